@@ -1,0 +1,86 @@
+// Parameter record of one recognition run, filled section by section from the YAML file.
+#pragma once
+
+#include <string>
+#include <vector>
+
+class SystemPara {
+public:
+    explicit SystemPara(std::string path = std::string());
+
+    // 1 when the whole section was read, -1 for an unreadable file or an unknown
+    // section, -2 when the section or one of its keys is missing (keys before it stay).
+    int readPara(std::string section);
+
+    // LoadImages
+    int single_multiple_txt = 0;
+    // AlgPipeline
+    int debug = 0;
+    int isShowImg = 0;
+    int isWriteImg = 0;
+    int opencv10Imgproc = 0;
+    float dc = 0.f;
+    int opencv10Rot = 0;
+    int imwriteOverlay = 0;
+    std::string savePath;
+    int ctpointFlag = 0;
+    int doQualityCheck = 0;
+    int isWriteData = 0;
+    int isOnlineReg = 0;
+    int layer = 0;
+    // PrintAnalPipeline
+    int print_debug = 0;
+    int print_isWriteImg = 0;
+    int print_isWriteOverlay = 0;
+    std::string print_savePath;
+    double print_angle = 0.0;
+    int print_layer = 0;
+    int print_isWriteData = 0;
+    // ImageProcess
+    int Sensitivity = 0;
+    bool imgSizeRestrict = false;
+    int imgPreROI = 0;
+    double DnRatio = 0.0;
+    std::vector<float> HessianScale;
+    std::vector<float> LogScale;
+    double Threshold = 0.0;
+    double ThImrect = 0.0;
+    bool writeImg = false;
+    bool writeImg_plugin = false;
+    std::string SavePath;
+    bool showImg = false;
+    bool Debug = false;
+    int pluginProc_method = 0;
+    // PatternRotation
+    float PeakThresh = 0.f;
+    int ProjDirect = 0;
+    int filterWidth = 0;
+    int RotationFlag = 0;
+    int RotationNum = 0;
+    int coarse_fine = 0;
+    // PatternFeatures
+    int feat_Debug = 0;
+    float gapDelta = 0.5f;
+    int feat_writeImg = 0;
+    std::string feat_savePath;
+    float img_padding = 0.f;
+    // DotsTracking
+    float boxRatio = 0.2f;
+    int track_Debug = 0;
+    // GeneratePoints
+    std::string PatternType;
+    // BlobAnalysis
+    int blob_isWriteImg = 0;
+    std::string blob_savePath;
+    // PrintScoreCalculate
+    double totalAreaScore = 0.0;
+    double totalIntenScore = 0.0;
+    double totalRoundScore = 0.0;
+    double totalCentScore = 0.0;
+    double totalRotBoxScore = 0.0;
+    double totalLabelScore = 0.0;
+    double punishPointConnecting = 0.0;
+    double punishPointMissing = 0.0;
+
+    std::string paramPath;
+};

@@ -1,0 +1,18 @@
+// Turning an 8-bit image about its centre, keeping its size.
+#pragma once
+
+#include <opencv2/core.hpp>
+
+class ImageRotation {
+public:
+    void setAngle(float a) { angle = a; }
+
+    // Bilinear affine warp; uncovered pixels are 0. src and dst may be the same image.
+    void rotate(cv::Mat& src, cv::Mat& dst, float angle);
+    // Nearest-neighbour rotation; dst must be allocated like src, both continuous CV_8U.
+    void fast_rotate(cv::Mat src, cv::Mat& dst, float angle);
+    void fast_rotate_image(unsigned char* dst, const unsigned char* src, unsigned short height,
+                           unsigned short width, float angle);
+
+    float angle = 0.f;
+};

@@ -1,0 +1,38 @@
+// Region of interest: density-peak clustering of the dot centroids; the largest cluster is the code.
+#pragma once
+
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+class ROI_Segment {
+public:
+    ROI_Segment(int rows, int cols, float dc, int n, int dim)
+        : imgRows(rows), imgCols(cols), dc(dc), dataNum(n), dataDim(dim) {}
+
+    float getDistance(const std::vector<float>& a, const std::vector<float>& b);
+    std::vector<std::vector<float>> data_transform(float* data, int n, int dim);
+    void data_transform(float* data, int n, std::vector<float>& out);
+    float getlocaldensity1(const std::vector<std::vector<float>>& rows, float dc,
+                           std::vector<float>& rho, std::vector<std::vector<float>>& dist);
+    float getLocalDensity2(const std::vector<std::vector<float>>& rows, float dc,
+                           std::vector<float>& rho, std::vector<std::vector<float>>& dist);
+    void getDistanceToHigherDensity(const std::vector<std::vector<float>>& rows,
+                                    const std::vector<std::vector<float>>& dist,
+                                    const std::vector<float>& rho, std::vector<float>& delta,
+                                    std::vector<int>& nneigh, float maxDist);
+    void sort(std::vector<float>& values, std::vector<int>& order, int n);
+    int assignment(float* rho, float* delta, int* nneigh, int* labels, int n, float sumRho,
+                   float sumDelta);
+    int cluster_dp(float* data, int n, int dim, float dc, float* rho, float* delta, int* nneigh);
+    int cluster_densityPeaks(float* data, int n, int dim, float dc, float* rho, float* delta,
+                             int* nneigh, int* labels);
+    int find_correct_cluster_label(int* labels, int n, int numClusters);
+    cv::Rect cal_ROI(float* points, int* labels, int numClusters);
+
+    int imgRows;
+    int imgCols;
+    float dc;
+    int dataNum;
+    int dataDim;
+};

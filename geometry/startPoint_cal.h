@@ -1,0 +1,27 @@
+// Centre of the code by normalised correlation with synthetic hexagon templates.
+#pragma once
+
+#include <string>
+
+#include <opencv2/core.hpp>
+
+class SystemPara;
+
+class startPoint_cal {
+public:
+    explicit startPoint_cal(SystemPara* para) : sysPara(para) {}
+
+    int initialize();
+    void generate_pattern_simImg(double angle, float gap, cv::Mat& templ);
+    // >= 0 success; -320 configuration, -321 template not smaller than image, -314 weak match.
+    int findStartPoint_NCC(float& gap, const cv::Mat& image, cv::Mat& templ, cv::Point& centre,
+                           double angle);
+
+    SystemPara* sysPara;
+    float gapDelta = 0.5f;
+    int isDebug = 0;
+    int isWriteImg = 0;
+    std::string savePath;
+    int imgPadding = 0;
+    int layer = 0;
+};

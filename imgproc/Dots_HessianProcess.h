@@ -1,0 +1,26 @@
+// Multi-scale Hessian dot likelihood: bright, round peaks score high, ridges low.
+#pragma once
+
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+class Dots_HessianProcess {
+public:
+    void setScale(const std::vector<float>& s);
+    void setScale(const float* s, int n);
+    const std::vector<float>& getScale() const { return scales; }
+
+    // dst: CV_32FC1 of the size of src. src is converted to CV_32F in place.
+    // -100 empty, -112 smaller than 50 in a dimension, -121 kernel too long, -122 bad scale.
+    int process(cv::Mat& src, cv::Mat& dst);
+    // dst(y, x) = src((y + dy) mod rows, (x + dx) mod cols).
+    int circshift(cv::Mat& src, cv::Mat& dst, int dx, int dy);
+    // Zeroes a 5-pixel frame of a float image; -112 when the image is 5 or less in a dimension.
+    int resetBoundaryPixels(cv::Mat& m);
+
+private:
+    float kernelFactor = 3.0f;
+    float respGain = 10.0f;
+    std::vector<float> scales{2.0f, 3.0f};
+};

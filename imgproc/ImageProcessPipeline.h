@@ -1,0 +1,44 @@
+// From the caller's grey image to the processed image, the binary dot image and the centroids.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+#include "Dots_HessianProcess.h"
+#include "ImgBinary.h"
+#include "LogFilter.h"
+#include "NoiseRemover.h"
+
+class SystemPara;
+
+class ImageProcessPipeline {
+public:
+    explicit ImageProcessPipeline(SystemPara* para = nullptr) : sysPara(para) {}
+
+    int initialize();
+    // input may be replaced by its cropped view. 0 or a negative status.
+    int process(cv::Mat& input, cv::Mat& processed, cv::Mat& binary,
+                std::vector<cv::Point2f>& centroids);
+    // Sets +-infinity of a CV_32FC1 matrix to 0.
+    void clear_inf(cv::Mat& m);
+
+    Dots_HessianProcess hessianProc;
+    NoiseRemover noiseRemover;
+    LogFilter logFilter;
+    ImgBinary imgBinary;
+    SystemPara* sysPara;
+    int Sensitivity = 0;
+    bool imgSizeRestrict = false;
+    double DnRatio = 0.0;
+    std::vector<float> HessianScale;
+    std::vector<float> LogScale;
+    double Threshold = 0.0;
+    std::string SavePath;
+    bool showImg = false;
+    bool writeImg = false;
+    bool Debug = false;
+    int imgPreROI = 0;
+    std::string imgName = "im.jpg";
+};

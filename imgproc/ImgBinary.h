@@ -1,0 +1,35 @@
+// Normalisation to 8 bits, binarisation and blob centroids.
+#pragma once
+
+#include <utility>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+class ImgBinary {
+public:
+    void setPars(float maxValue_, double threshold_) {
+        maxValue = maxValue_;
+        threshold = threshold_;
+    }
+    std::pair<int, int> getPars() const {
+        return {static_cast<int>(maxValue), static_cast<int>(threshold)};
+    }
+
+    // In place to CV_8U; -100 empty, -141 maximum below 12.
+    int grayimg_normal(cv::Mat& img);
+    void image_binary(cv::Mat& src, cv::Mat& dst);
+    double image_otsu_binary(cv::Mat& src, cv::Mat& dst);
+    void image_AdapMean_binary(cv::Mat& src, cv::Mat& dst);
+    void image_AdapGauss_binary(cv::Mat& src, cv::Mat& dst);
+    void remove_board(cv::Mat& img);
+    int imreconstruct(cv::Mat& marker, cv::Mat& mask, cv::Mat& result);
+    // Appends one centroid per blob larger than 8 px and erases the smaller blobs from bin
+    // (whose data is shared with the caller). -100 empty, -143 contour count outside 40..500,
+    // -142 no centroid.
+    int blob_centroid(const cv::Mat& bin, std::vector<cv::Point2f>& centroids);
+
+private:
+    float maxValue = 255.0f;
+    double threshold = 20.0;
+};

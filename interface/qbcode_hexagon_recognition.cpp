@@ -1,0 +1,88 @@
+#include "qbcode_hexagon_recognition.h"
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <exception>
+#include <iostream>
+#include <string>
+
+#include "AlgPipeline.h"
+#include "SystemPara.h"
+
+namespace {
+
+const char kBanner[] = "Quelbor Recognition Algorithm 0.3.10";
+const int kBannerLength = 35;
+
+// Codes of the entry point itself.
+const int kWrongBitsLength = -3;
+const int kWrongBoxLength = -4;
+const int kInternalError = -5;
+
+std::string pathFrom(const char* param_path) {
+    // A null path must surface as the standard library's own logic_error.
+    if (param_path == nullptr) throw std::logic_error("basic_string::_M_construct null not valid");
+    return std::string(param_path);
+}
+
+// (int) truncation; a non-finite or out-of-range value (a zero or broken DnRatio) saturates
+// instead of being undefined.
+int truncToInt(float v) {
+    if (std::isnan(v)) return 0;
+    if (v >= 2147483648.0f) return std::numeric_limits<int>::max();
+    if (v <= -2147483648.0f) return std::numeric_limits<int>::min();
+    return static_cast<int>(v);
+}
+
+}  // namespace
+
+extern "C" int get_dots_num(int layers) {
+    if (layers < 0) return 1;
+    const long long n = 1 + 3LL * layers * (layers + 1);
+    return n > 0x7fffffffLL ? 0x7fffffff : static_cast<int>(n);
+}
+
+extern "C" void get_version(char* buffer, int length) {
+    if (buffer == nullptr || length <= 0) return;
+    std::memcpy(buffer, kBanner, static_cast<size_t>(length < kBannerLength ? length : kBannerLength));
+}
+
+extern "C" int quelbor_hexagon_recognition(unsigned char* image, int rows, int cols,
+                                           int /*reserved*/, const char* param_path, int* bits,
+                                           int bits_len, int* box, int box_len) {
+    std::string path = pathFrom(param_path);
+    if (path == "") path = "./algorithm_parameters_v01.yml";
+
+    SystemPara sysPara(path);
+    sysPara.readPara("AlgPipeline");
+    const int expected = get_dots_num(sysPara.layer);
+    sysPara.readPara("ImageProcess");
+
+    if (expected != bits_len || bits == nullptr) {
+        std::cout << "dot number" << expected << std::endl;
+        std::cout << "bits array len should be " << expected << std::endl;
+        return kWrongBitsLength;
+    }
+    if (box_len != 4 || box == nullptr) {
+        std::cout << "bounding box's length have to be 4!" << std::endl;
+        return kWrongBoxLength;
+    }
+
+    int status;
+    cv::Rect rect(0, 0, 0, 0);
+    try {
+        AlgPipeline pipeline(path);
+        status = pipeline.Pipeline(image, rows, cols, bits, expected, "result.bmp", rect);
+    } catch (const std::exception& e) {
+        std::cout << "recognition error: " << e.what() << std::endl;
+        status = kInternalError;
+    }
+
+    const float scale = static_cast<float>(sysPara.DnRatio);
+    box[0] = truncToInt(static_cast<float>(rect.x + 22) / scale);
+    box[1] = truncToInt(static_cast<float>(rect.y + 22) / scale);
+    box[2] = truncToInt(static_cast<float>(rect.width - 44) / scale);
+    box[3] = truncToInt(static_cast<float>(rect.height - 44) / scale);
+    return status;
+}

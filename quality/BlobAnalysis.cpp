@@ -1,0 +1,3 @@
+#include "BlobAnalysis.h"
+
+BlobAnalysis::~BlobAnalysis() {}

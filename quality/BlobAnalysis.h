@@ -1,0 +1,46 @@
+// Per-dot measurements of a decoded code for the print-quality grade.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+class SystemPara;
+
+struct DotAttribute {
+    cv::Point2d* centroid = nullptr;  // owned by the blob record, shared by copies
+    double distance = 0.0;
+    double area = 0.0;
+    double roundness = 0.0;
+    double intensity = 0.0;
+    cv::RotatedRect* rotBox = nullptr;  // owned by the blob record, shared by copies
+    int label = 0;
+    int found = 0;
+};
+
+class BlobAnalysis {
+public:
+    BlobAnalysis(SystemPara* para = nullptr, std::string name = std::string())
+        : sysPara(para), imgName(std::move(name)) {}
+    ~BlobAnalysis();
+    BlobAnalysis(const BlobAnalysis&) = delete;
+    BlobAnalysis& operator=(const BlobAnalysis&) = delete;
+
+    // -603 without a record, -602 when "BlobAnalysis" cannot be read.
+    int Initialize();
+    cv::Mat histc(cv::Mat_<int> labels);
+    double dotIntensityCal(const cv::Mat& labels, const cv::Mat& grey, int label);
+    int bwlabel1(const cv::Mat& src, cv::Mat& dst, double value);
+    // points: one row (x, y) per grid position; dots: one caller-owned record per position.
+    int blob_analysis(const cv::Mat& binary, const cv::Mat& grey, const cv::Mat& points,
+                      std::vector<DotAttribute*> dots);
+
+    cv::Mat labelImg;
+    double maxValue = 255.0;
+    SystemPara* sysPara;
+    std::vector<DotAttribute*> dots;
+    int isWriteImg = 0;
+    std::string savePath;
+    std::string imgName;
+};

@@ -1,0 +1,1 @@
+#include "bwlabel1.h"

@@ -1,0 +1,73 @@
+// Draws hexagonal dot codes: clean print images and camera-like test images.
+// Bit i sits at the i-th position of the reader's grid order: the centre, then ring by ring,
+// each ring starting on the generator's first axis (image rows) and running as the reader's
+// hexagon generator walks it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+namespace qbrender {
+
+// Rings of a code with n positions, or -1 when n is not 1 + 3L(L+1).
+int layersForPositions(size_t n);
+
+// Offsets of the grid positions from the centre in pixels, as (row, column), for a code turned
+// by rotationDeg (the reader's own rotation convention). Order is the bit order.
+std::vector<cv::Point2d> gridOffsets(int layers, double spacing, double rotationDeg);
+
+// Positions of the always-printed and always-blank orientation markers.
+const std::vector<int>& markerOnPositions();
+const std::vector<int>& markerOffPositions();
+
+// The 91 bits of a five-ring code carrying payload: the 18 marker positions are set, the 73
+// free positions take the payload bits, least significant byte first, bit 0 of each byte first.
+std::vector<int> payloadBits(const std::vector<uint8_t>& payload, int layers = 5);
+std::vector<int> payloadBits(uint64_t number, int layers = 5);
+// Reads the free positions back into bytes (ceil(free / 8) bytes).
+std::vector<uint8_t> payloadBytes(const std::vector<int>& bits);
+// Number of free (non-marker) positions of a code with the given rings.
+int freePositions(int layers);
+
+struct CodeStyle {
+    double spacing = 22.0;      // distance between neighbouring dot centres, px
+    double dotDiameter = 13.0;  // px
+    double rotationDeg = 0.0;   // reader convention, any value
+    cv::Point2d centre{-1, -1}; // (x = column, y = row); negative: image centre
+    cv::Size size{640, 480};    // width x height
+    double background = 30.0;   // grey level of the background
+    double foreground = 220.0;  // grey level of a dot
+};
+
+// Anti-aliased code image, 8-bit single channel, bright dots on a dark background.
+cv::Mat renderCode(const std::vector<int>& bits, const CodeStyle& style);
+
+struct CameraOptions {
+    double blurSigma = 0.0;       // Gaussian blur, px
+    double noiseSigma = 0.0;      // additive Gaussian sensor noise, grey levels
+    double lightingGradient = 0.0;// 0..1: fraction of brightness lost across the image
+    double vignette = 0.0;        // 0..1: fraction lost at the corners
+    int jpegQuality = 0;          // 1..100 to pass the image through JPEG; 0 keeps it
+    double tiltDeg = 0.0;         // perspective tilt of the code plane
+    double tiltAxisDeg = 0.0;     // direction of the tilt axis in the image
+    int clutterBlobs = 0;         // stray bright blobs outside the code
+    double textureAmplitude = 0.0;// smooth background texture, grey levels
+    uint64_t seed = 1;
+};
+
+// A camera-like view of the code: the clean rendering with the options applied in the order
+// tilt, clutter and texture, lighting, blur, noise, JPEG.
+cv::Mat renderCamera(const std::vector<int>& bits, const CodeStyle& style,
+                     const CameraOptions& camera);
+
+// Print output: black dots on white at the given resolution. spacingMm is the dot spacing on
+// paper. PNG carries the DPI in its pHYs chunk.
+bool writePrintPng(const std::string& path, const std::vector<int>& bits, double spacingMm,
+                   double dotDiameterMm, int dpi);
+bool writePrintSvg(const std::string& path, const std::vector<int>& bits, double spacingMm,
+                   double dotDiameterMm);
+
+}  // namespace qbrender
