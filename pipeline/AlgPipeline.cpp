@@ -248,9 +248,17 @@ int AlgPipeline::runStages(cv::Mat& input, int* bits, int count, const std::stri
                                   layer, 255.0);
     tracker.imgName = imgName;
     cv::Mat patArr, boxes;
+    if (keepImages) {
+        lastGrey = procRot.clone();
+        lastBinary = binRot;
+    }
     r = tracker.Run(procRot, binRot, patArr, boxes, doQualityCheck != 0);
     if (r < 0) return r;
     lastOrientation = r;
+    if (keepImages) {
+        lastBoxes = boxes;
+        lastBits = patArr;
+    }
     r = assign_patArr(patArr, bits, count);
     if (r < 0) return r;
     timing("----------bit Array cal time: ", start3);

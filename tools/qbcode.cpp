@@ -5,13 +5,17 @@
 #include <iostream>
 #include <string>
 
+#include "commands.h"
 #include "qbcode_hexagon_recognition.h"
 
 namespace {
 
 int usage() {
     std::cerr << "usage: qbcode version\n"
-                 "       qbcode dots LAYERS\n";
+                 "       qbcode dots LAYERS\n"
+                 "       qbcode read IMAGE... [--params FILE] [--json] [--debug]\n"
+                 "       qbcode render ...\n"
+                 "       qbcode grade IMAGE... [--json]\n";
     return 2;
 }
 
@@ -38,5 +42,8 @@ int main(int argc, char** argv) {
     const std::string cmd = argv[1];
     if (cmd == "version") return cmdVersion();
     if (cmd == "dots") return cmdDots(argc, argv);
+    if (cmd == "read") return cmdRead(argc, argv);
+    if (cmd == "render") return cmdRender(argc, argv);
+    if (cmd == "grade") return cmdGrade(argc, argv);
     return usage();
 }
