@@ -1,0 +1,463 @@
+// Accuracy suite: renders codes with known payloads over a grid of camera conditions, reads them
+// back through the C entry point and reports decode rates, wrong reads, status codes and times.
+// Also runs a no-code set where any success is a false read.
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iomanip>
+#include <iostream>
+#include <map>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "qbcode_hexagon_recognition.h"
+#include "qbcode_render.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Sample {
+    cv::Mat image;
+    std::vector<int> bits;  // empty: no code in the image
+};
+
+using Rng = std::mt19937_64;
+using Generator = std::function<Sample(Rng&)>;
+
+struct Condition {
+    std::string name;
+    std::string axis;  // plot panel; empty: not plotted
+    double value = 0;  // position on the axis
+    std::string set;   // "nominal", "hard", "sweep", "nocode", "design"
+    Generator make;
+};
+
+struct Outcome {
+    int images = 0;
+    int exact = 0;
+    int wrong = 0;
+    std::map<int, int> statuses;
+    std::vector<double> ms;
+};
+
+double uniform(Rng& rng, double lo, double hi) {
+    return std::uniform_real_distribution<double>(lo, hi)(rng);
+}
+
+int printedDots(const std::vector<int>& bits) {
+    return static_cast<int>(std::count(bits.begin(), bits.end(), 1));
+}
+
+// A random valid code with at least minDots printed dots (and at most maxDots).
+std::vector<int> randomCode(Rng& rng, int minDots, int maxDots = 91) {
+    for (;;) {
+        std::vector<uint8_t> payload(10);
+        for (auto& b : payload) b = static_cast<uint8_t>(rng());
+        auto bits = qbrender::payloadBits(payload);
+        const int n = printedDots(bits);
+        if (n >= minDots && n <= maxDots) return bits;
+    }
+}
+
+// Code geometry and camera of one sample; every field has a nominal default.
+struct Scene {
+    cv::Size size{640, 480};
+    double spacingLo = 16, spacingHi = 36;
+    double diameterLo = 0.5, diameterHi = 0.7;  // of the spacing
+    double blurLo = 0, blurHi = 1;
+    double noiseLo = 0, noiseHi = 4;
+    double background = 30, foreground = 220;
+    int jpeg = 0;
+    double tilt = 0;
+    double lighting = 0, vignette = 0;
+    int clutter = 0;
+    double texture = 0;
+    int minDots = 45, maxDots = 91;
+};
+
+Sample renderScene(const Scene& s, Rng& rng) {
+    qbrender::CodeStyle style;
+    style.size = s.size;
+    style.spacing = uniform(rng, s.spacingLo, s.spacingHi);
+    style.dotDiameter = style.spacing * uniform(rng, s.diameterLo, s.diameterHi);
+    style.rotationDeg = uniform(rng, 0, 360);
+    style.background = s.background;
+    style.foreground = s.foreground;
+    // Keep the whole code inside the frame with room to spare.
+    const double radius = 5 * style.spacing + style.dotDiameter;
+    const double roomX = std::max(0.0, s.size.width / 2.0 - radius - 8);
+    const double roomY = std::max(0.0, s.size.height / 2.0 - radius - 8);
+    style.centre = cv::Point2d(s.size.width / 2.0 + uniform(rng, -1, 1) * std::min(roomX, 60.0),
+                               s.size.height / 2.0 + uniform(rng, -1, 1) * std::min(roomY, 60.0));
+    qbrender::CameraOptions cam;
+    cam.blurSigma = uniform(rng, s.blurLo, s.blurHi);
+    cam.noiseSigma = uniform(rng, s.noiseLo, s.noiseHi);
+    cam.jpegQuality = s.jpeg;
+    cam.tiltDeg = s.tilt;
+    cam.tiltAxisDeg = uniform(rng, 0, 180);
+    cam.lightingGradient = s.lighting;
+    cam.vignette = s.vignette;
+    cam.clutterBlobs = s.clutter;
+    cam.textureAmplitude = s.texture;
+    cam.seed = rng();
+    Sample out;
+    out.bits = randomCode(rng, s.minDots, s.maxDots);
+    out.image = qbrender::renderCamera(out.bits, style, cam);
+    return out;
+}
+
+Generator sceneGenerator(const Scene& s) {
+    return [s](Rng& rng) { return renderScene(s, rng); };
+}
+
+// No-code images.
+cv::Mat noiseImage(Rng& rng, cv::Size size, double blur) {
+    cv::Mat img(size, CV_32F);
+    cv::RNG cvrng(rng());
+    cvrng.fill(img, cv::RNG::NORMAL, 100, 60);
+    if (blur > 0) cv::GaussianBlur(img, img, cv::Size(0, 0), blur);
+    cv::normalize(img, img, 0, 255, cv::NORM_MINMAX);
+    cv::Mat out;
+    img.convertTo(out, CV_8U);
+    return out;
+}
+
+// A hexagonal dot field that looks like a code but whose markers are random.
+Sample fakeField(Rng& rng) {
+    Scene s;
+    qbrender::CodeStyle style;
+    style.spacing = uniform(rng, 18, 30);
+    style.dotDiameter = style.spacing * 0.6;
+    style.rotationDeg = uniform(rng, 0, 360);
+    std::vector<int> bits(91);
+    for (auto& b : bits) b = (rng() % 100) < 55;
+    qbrender::CameraOptions cam;
+    cam.blurSigma = 0.5;
+    cam.noiseSigma = 2;
+    cam.seed = rng();
+    return Sample{qbrender::renderCamera(bits, style, cam), {}};
+}
+
+std::vector<cv::Mat> loadPhotos(const std::string& dir) {
+    std::vector<cv::Mat> photos;
+    if (dir.empty() || !fs::is_directory(dir)) return photos;
+    std::vector<fs::path> files;
+    for (const auto& e : fs::directory_iterator(dir)) files.push_back(e.path());
+    std::sort(files.begin(), files.end());
+    for (const auto& f : files) {
+        cv::Mat img = cv::imread(f.string(), cv::IMREAD_GRAYSCALE);
+        if (img.empty() || img.rows < 64 || img.cols < 64) continue;
+        cv::Mat fitted;
+        cv::resize(img, fitted, cv::Size(640, 480), 0, 0, cv::INTER_AREA);
+        photos.push_back(fitted);
+    }
+    return photos;
+}
+
+std::vector<Condition> buildConditions(const std::vector<cv::Mat>& photos) {
+    std::vector<Condition> c;
+    auto add = [&c](const std::string& name, const std::string& axis, double value,
+                    const std::string& set, Generator g) {
+        c.push_back(Condition{name, axis, value, set, std::move(g)});
+    };
+    Scene nominal;
+    add("nominal", "", 0, "nominal", sceneGenerator(nominal));
+
+    for (double sp : {12.0, 14.0, 16.0, 20.0, 24.0, 28.0, 32.0, 36.0, 40.0, 44.0}) {
+        Scene s = nominal;
+        s.spacingLo = s.spacingHi = sp;
+        add("spacing " + std::to_string(static_cast<int>(sp)) + "px", "spacing (px)", sp, "sweep",
+            sceneGenerator(s));
+    }
+    for (double d : {0.4, 0.5, 0.6, 0.7, 0.8}) {
+        Scene s = nominal;
+        s.diameterLo = s.diameterHi = d;
+        add("diameter " + std::to_string(static_cast<int>(d * 100)) + "%", "dot diameter (%)",
+            d * 100, "sweep", sceneGenerator(s));
+    }
+    for (double contrast : {15.0, 25.0, 40.0, 80.0, 190.0}) {
+        Scene s = nominal;
+        s.foreground = s.background + contrast;
+        add("contrast " + std::to_string(static_cast<int>(contrast)), "contrast (grey levels)",
+            contrast, "sweep", sceneGenerator(s));
+    }
+    for (double bg : {0.0, 60.0, 120.0, 160.0}) {
+        Scene s = nominal;
+        s.background = bg;
+        s.foreground = std::min(255.0, bg + 90);
+        add("brightness bg " + std::to_string(static_cast<int>(bg)), "background level", bg,
+            "sweep", sceneGenerator(s));
+    }
+    for (double b : {0.0, 0.6, 1.0, 1.4, 1.8, 2.2, 2.6}) {
+        Scene s = nominal;
+        s.blurLo = s.blurHi = b;
+        add("blur " + std::to_string(b).substr(0, 3), "blur sigma (px)", b,
+            b == 1.8 ? "hard" : "sweep", sceneGenerator(s));
+    }
+    for (double n : {0.0, 4.0, 7.0, 10.0, 14.0, 20.0}) {
+        Scene s = nominal;
+        s.noiseLo = s.noiseHi = n;
+        add("noise " + std::to_string(static_cast<int>(n)), "noise sigma", n,
+            n == 10.0 ? "hard" : "sweep", sceneGenerator(s));
+    }
+    for (int q : {90, 60, 40, 25}) {
+        Scene s = nominal;
+        s.jpeg = q;
+        add("jpeg " + std::to_string(q), "JPEG quality", q, q == 60 ? "hard" : "sweep",
+            sceneGenerator(s));
+    }
+    for (double t : {0.0, 5.0, 10.0, 15.0, 20.0}) {
+        Scene s = nominal;
+        s.tilt = t;
+        add("tilt " + std::to_string(static_cast<int>(t)) + "deg", "tilt (deg)", t,
+            t == 10.0 ? "hard" : "sweep", sceneGenerator(s));
+    }
+    {
+        Scene s = nominal;
+        s.lighting = 0.5;
+        s.vignette = 0.3;
+        add("uneven lighting", "", 0, "hard", sceneGenerator(s));
+        Scene t = nominal;
+        t.texture = 25;
+        t.clutter = 15;
+        add("texture clutter", "", 0, "hard", sceneGenerator(t));
+        Scene b = nominal;
+        b.clutter = 40;
+        add("stray blobs 40", "", 0, "sweep", sceneGenerator(b));
+        Scene big = nominal;
+        big.size = cv::Size(1280, 960);
+        big.spacingLo = 32;
+        big.spacingHi = 72;
+        add("960x1280 spacing 32-72", "", 0, "sweep", sceneGenerator(big));
+        Scene bigSmall = big;
+        bigSmall.spacingLo = 16;
+        bigSmall.spacingHi = 36;
+        add("960x1280 spacing 16-36", "", 0, "sweep", sceneGenerator(bigSmall));
+    }
+    for (int dots : {30, 36, 40, 44}) {
+        Scene s = nominal;
+        s.minDots = dots;
+        s.maxDots = dots + 1;
+        add("printed dots " + std::to_string(dots), "printed dots", dots, "design",
+            sceneGenerator(s));
+    }
+
+    if (!photos.empty()) {
+        add("photographs", "", 0, "nocode", [photos](Rng& rng) {
+            const cv::Mat& p = photos[rng() % photos.size()];
+            cv::Mat out = p.clone();
+            if (rng() % 2) cv::flip(out, out, 1);
+            return Sample{out, {}};
+        });
+    }
+    add("textures", "", 0, "nocode", [](Rng& rng) {
+        return Sample{noiseImage(rng, cv::Size(640, 480), uniform(rng, 1.5, 6)), {}};
+    });
+    add("noise", "", 0, "nocode", [](Rng& rng) {
+        return Sample{noiseImage(rng, cv::Size(640, 480), 0), {}};
+    });
+    add("fake hex fields", "", 0, "nocode", [](Rng& rng) { return fakeField(rng); });
+    return c;
+}
+
+Outcome run(const Condition& cond, int images, uint64_t seed, const std::string& params,
+            const std::string& failDir, int keepFailures) {
+    Outcome o;
+    Rng rng(seed ^ std::hash<std::string>()(cond.name));
+    int kept = 0;
+    for (int i = 0; i < images; ++i) {
+        Sample s = cond.make(rng);
+        std::vector<int> bits(91, 0);
+        int box[4] = {0, 0, 0, 0};
+        const auto t0 = std::chrono::steady_clock::now();
+        const int status = quelbor_hexagon_recognition(s.image.data, s.image.rows, s.image.cols,
+                                                       0, params.c_str(), bits.data(), 91, box, 4);
+        const auto t1 = std::chrono::steady_clock::now();
+        o.ms.push_back(std::chrono::duration<double, std::milli>(t1 - t0).count());
+        ++o.images;
+        ++o.statuses[status];
+        const bool success = status == 0;
+        const bool exact = success && !s.bits.empty() && bits == s.bits;
+        if (exact) ++o.exact;
+        if (success && !exact) ++o.wrong;
+        const bool failed = s.bits.empty() ? success : !exact;
+        if (failed && kept < keepFailures && !failDir.empty()) {
+            std::string name = cond.name;
+            for (char& ch : name)
+                if (!std::isalnum(static_cast<unsigned char>(ch))) ch = '_';
+            cv::imwrite(failDir + "/" + name + "_" + std::to_string(i) + "_status" +
+                            std::to_string(status) + ".png",
+                        s.image);
+            ++kept;
+        }
+    }
+    return o;
+}
+
+double median(std::vector<double> v) {
+    if (v.empty()) return 0;
+    std::sort(v.begin(), v.end());
+    return v[v.size() / 2];
+}
+
+std::string histogram(const std::map<int, int>& h) {
+    std::ostringstream s;
+    bool first = true;
+    for (const auto& kv : h) {
+        s << (first ? "" : " ") << kv.first << ":" << kv.second;
+        first = false;
+    }
+    return s.str();
+}
+
+// Decode rate against each swept axis, one panel per axis.
+void writePlot(const std::string& path, const std::vector<Condition>& conds,
+               const std::vector<Outcome>& outcomes) {
+    std::vector<std::string> axes;
+    for (const auto& c : conds)
+        if (!c.axis.empty() && std::find(axes.begin(), axes.end(), c.axis) == axes.end())
+            axes.push_back(c.axis);
+    if (axes.empty()) return;
+    const int pw = 360, ph = 240, colsN = 3;
+    const int rowsN = static_cast<int>((axes.size() + colsN - 1) / colsN);
+    cv::Mat plot(rowsN * ph, colsN * pw, CV_8UC3, cv::Scalar(255, 255, 255));
+    for (size_t a = 0; a < axes.size(); ++a) {
+        const int ox = static_cast<int>(a % colsN) * pw, oy = static_cast<int>(a / colsN) * ph;
+        std::vector<std::pair<double, double>> pts;
+        for (size_t i = 0; i < conds.size(); ++i)
+            if (conds[i].axis == axes[a] && outcomes[i].images > 0)
+                pts.emplace_back(conds[i].value,
+                                 100.0 * outcomes[i].exact / outcomes[i].images);
+        double lo = pts.front().first, hi = pts.front().first;
+        for (auto& p : pts) lo = std::min(lo, p.first), hi = std::max(hi, p.first);
+        if (hi == lo) hi = lo + 1;
+        const cv::Rect area(ox + 50, oy + 30, pw - 70, ph - 75);
+        cv::rectangle(plot, area, cv::Scalar(0, 0, 0), 1);
+        for (int pct = 0; pct <= 100; pct += 25) {
+            const int y = area.y + area.height - pct * area.height / 100;
+            cv::line(plot, {area.x, y}, {area.x + area.width, y}, cv::Scalar(220, 220, 220), 1);
+            cv::putText(plot, std::to_string(pct), {ox + 15, y + 4}, cv::FONT_HERSHEY_PLAIN, 0.9,
+                        cv::Scalar(0, 0, 0));
+        }
+        cv::Point prev(-1, -1);
+        for (auto& p : pts) {
+            const cv::Point q(area.x + static_cast<int>((p.first - lo) / (hi - lo) * area.width),
+                              area.y + area.height -
+                                  static_cast<int>(p.second / 100.0 * area.height));
+            if (prev.x >= 0) cv::line(plot, prev, q, cv::Scalar(200, 80, 0), 2, cv::LINE_AA);
+            cv::circle(plot, q, 3, cv::Scalar(0, 0, 200), -1, cv::LINE_AA);
+            std::ostringstream lab;
+            lab << p.first;
+            cv::putText(plot, lab.str(), {q.x - 8, area.y + area.height + 14},
+                        cv::FONT_HERSHEY_PLAIN, 0.8, cv::Scalar(0, 0, 0));
+            prev = q;
+        }
+        cv::putText(plot, axes[a], {ox + 50, oy + ph - 18}, cv::FONT_HERSHEY_PLAIN, 1.0,
+                    cv::Scalar(0, 0, 0));
+        cv::putText(plot, "decode %", {ox + 50, oy + 20}, cv::FONT_HERSHEY_PLAIN, 1.0,
+                    cv::Scalar(0, 0, 0));
+    }
+    cv::imwrite(path, plot);
+}
+
+int usage() {
+    std::cerr << "usage: qbcode_accuracy [--quick] [--images N] [--seed N] [--params FILE]\n"
+                 "                       [--photos DIR] [--out DIR] [--only NAME] [--check]\n";
+    return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    int images = 200;
+    uint64_t seed = 20261122;
+    bool quick = false, check = false;
+    std::string params = QBCODE_DEFAULT_PARAMS, photosDir, outDir = "accuracy-out", only;
+    for (int i = 1; i < argc; ++i) {
+        const std::string a = argv[i];
+        auto next = [&]() -> std::string { return i + 1 < argc ? argv[++i] : std::string(); };
+        if (a == "--quick") {
+            quick = true;
+        } else if (a == "--check") {
+            check = true;
+        } else if (a == "--images") {
+            images = std::atoi(next().c_str());
+        } else if (a == "--seed") {
+            seed = std::strtoull(next().c_str(), nullptr, 10);
+        } else if (a == "--params") {
+            params = next();
+        } else if (a == "--photos") {
+            photosDir = next();
+        } else if (a == "--out") {
+            outDir = next();
+        } else if (a == "--only") {
+            only = next();
+        } else {
+            return usage();
+        }
+    }
+    if (images <= 0) return usage();
+
+    auto conds = buildConditions(loadPhotos(photosDir));
+    if (quick) {
+        // The fixed-seed form run by the test suite: the bars' own conditions, fewer images.
+        std::vector<Condition> keep;
+        for (auto& c : conds)
+            if (c.set == "nominal" || c.set == "hard" || c.set == "nocode") keep.push_back(c);
+        conds = keep;
+    }
+    if (!only.empty()) {
+        std::vector<Condition> keep;
+        for (auto& c : conds)
+            if (c.name.find(only) != std::string::npos) keep.push_back(c);
+        conds = keep;
+    }
+    fs::create_directories(outDir + "/failed");
+
+    std::vector<Outcome> outcomes;
+    std::ofstream csv(outDir + "/accuracy.csv");
+    csv << "condition,set,images,exact_rate,wrong_rate,median_ms,statuses\n";
+    std::cout << std::left << std::setw(26) << "condition" << std::setw(9) << "set"
+              << std::right << std::setw(7) << "images" << std::setw(10) << "decode%"
+              << std::setw(9) << "wrong%" << std::setw(10) << "med ms" << "  statuses\n";
+    bool ok = true;
+    for (const auto& c : conds) {
+        const int n = c.set == "nominal" && !quick ? images * 5 : images;
+        Outcome o = run(c, n, seed, params, outDir + "/failed", 3);
+        const double exact = 100.0 * o.exact / o.images;
+        const double wrong = 100.0 * o.wrong / o.images;
+        const double falseReads = c.set == "nocode" && o.statuses.count(0)
+                                      ? 100.0 * o.statuses.at(0) / o.images
+                                      : 0.0;
+        std::cout << std::left << std::setw(26) << c.name << std::setw(9) << c.set << std::right
+                  << std::setw(7) << o.images << std::fixed << std::setprecision(1)
+                  << std::setw(10) << (c.set == "nocode" ? 100.0 - falseReads : exact)
+                  << std::setw(9) << (c.set == "nocode" ? falseReads : wrong) << std::setw(10)
+                  << median(o.ms) << "  " << histogram(o.statuses) << "\n";
+        csv << '"' << c.name << "\"," << c.set << ',' << o.images << ','
+            << (c.set == "nocode" ? 0.0 : exact / 100.0) << ','
+            << (c.set == "nocode" ? falseReads : wrong) / 100.0 << ',' << median(o.ms) << ",\""
+            << histogram(o.statuses) << "\"\n";
+        if (c.set == "nominal" && (exact < 99.5 || o.wrong > 0)) ok = false;
+        if (c.set == "hard" && (exact < 95.0 || wrong >= 1.0)) ok = false;
+        if (c.set == "nocode" && c.name != "fake hex fields" && falseReads > 0) ok = false;
+        outcomes.push_back(std::move(o));
+    }
+    std::cout << std::defaultfloat;
+    writePlot(outDir + "/accuracy.png", conds, outcomes);
+    std::cout << "table: " << outDir << "/accuracy.csv, plot: " << outDir
+              << "/accuracy.png, failures: " << outDir << "/failed/\n";
+    std::cout << (ok ? "all bars met" : "some bars missed") << std::endl;
+    return check && !ok ? 1 : 0;
+}
