@@ -1,0 +1,104 @@
+// Four-connected labelling with 8-bit labels.
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "BlobAnalysis.h"
+#include "bwlabel1.h"
+
+namespace {
+
+// '#' is 255, '.' is 0.
+cv::Mat picture(const std::vector<std::string>& rows) {
+    cv::Mat m(static_cast<int>(rows.size()), static_cast<int>(rows[0].size()), CV_8UC1);
+    for (int r = 0; r < m.rows; ++r)
+        for (int c = 0; c < m.cols; ++c) m.at<uchar>(r, c) = rows[r][c] == '#' ? 255 : 0;
+    return m;
+}
+
+struct LabelCase {
+    const char* name;
+    std::vector<std::string> rows;
+    int regions;
+    std::vector<std::string> labels;  // expected dst: digit = label, '#' = 255, '.' = 0
+};
+
+class Bwlabel1 : public ::testing::TestWithParam<LabelCase> {};
+
+TEST_P(Bwlabel1, LabelsRegionsFromTheSeedWindow) {
+    const LabelCase& c = GetParam();
+    const cv::Mat src = picture(c.rows);
+    cv::Mat dst, viaMember;
+    EXPECT_EQ(bwlabel1(src, dst, 255.0), c.regions);
+    for (int r = 0; r < dst.rows; ++r)
+        for (int col = 0; col < dst.cols; ++col) {
+            const char e = c.labels[r][col];
+            const int want = e == '#' ? 255 : e == '.' ? 0 : e - '0';
+            EXPECT_EQ(dst.at<uchar>(r, col), want) << "at " << r << "," << col;
+        }
+    BlobAnalysis blobs;
+    EXPECT_EQ(blobs.bwlabel1(src, viaMember, 255.0), c.regions);
+    EXPECT_EQ(cv::norm(dst, viaMember, cv::NORM_INF), 0.0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, Bwlabel1,
+    ::testing::Values(
+        LabelCase{"TooSmallIsAPlainCopy", {"###", "#.#", "###"}, 0, {"###", "#.#", "###"}},
+        LabelCase{"DiagonalNeighboursAreTwoRegions",
+                  {".....", ".#...", "..#..", ".....", "....."},
+                  2,
+                  {".....", ".1...", "..2..", ".....", "....."}},
+        LabelCase{"LastTwoRowsHoldNoSeed",
+                  {".....", ".....", ".....", ".##..", ".##.#"},
+                  0,
+                  {".....", ".....", ".....", ".##..", ".##.#"}},
+        // The fill runs into the border rows and columns without leaving the image.
+        LabelCase{"FillReachesEveryBorder",
+                  {"#####", "#####", "#####", "#####"},
+                  1,
+                  {"11111", "11111", "11111", "11111"}},
+        LabelCase{"NarrowImageIsNotScanned",
+                  {"###", "###", "###", "###"},
+                  0,
+                  {"###", "###", "###", "###"}}),
+    [](const ::testing::TestParamInfo<LabelCase>& info) { return std::string(info.param.name); });
+
+TEST(Bwlabel1Input, RejectsEmptyAndNonByteImages) {
+    cv::Mat dst;
+    EXPECT_EQ(bwlabel1(cv::Mat(), dst, 255.0), -1);
+    EXPECT_EQ(bwlabel1(cv::Mat::zeros(8, 8, CV_32F), dst, 255.0), -1);
+    EXPECT_EQ(bwlabel1(cv::Mat::zeros(8, 8, CV_8UC3), dst, 255.0), -1);
+}
+
+TEST(Bwlabel1Input, LabelsInPlace) {
+    cv::Mat img = picture({".......", ".#..#..", ".......", "......."});
+    EXPECT_EQ(bwlabel1(img, img, 255.0), 2);
+    EXPECT_EQ(img.at<uchar>(1, 4), 2);
+}
+
+// Labels wrap modulo 256: the 255th region looks unlabelled and the 256th becomes 0. A larger
+// region labelled 255 keeps matching the value, so its fill must still end; its lower pixel
+// is then seeded again as label 256 (0).
+TEST(Bwlabel1Input, LabelsWrapAtTheByte) {
+    cv::Mat img = cv::Mat::zeros(49, 52, CV_8UC1);
+    std::vector<cv::Point> seeds;
+    for (int r = 1; r <= img.rows - 3; r += 3)
+        for (int c = 1; c <= img.cols - 3; c += 3) seeds.emplace_back(c, r);
+    for (const cv::Point& p : seeds) img.at<uchar>(p) = 255;
+    cv::Mat dst;
+    EXPECT_EQ(bwlabel1(img, dst, 255.0), static_cast<int>(seeds.size()));
+    EXPECT_EQ(dst.at<uchar>(seeds[253]), 254);
+    EXPECT_EQ(dst.at<uchar>(seeds[254]), 255);
+    EXPECT_EQ(dst.at<uchar>(seeds[255]), 0);
+    EXPECT_EQ(dst.at<uchar>(seeds[256]), 1);
+
+    img.at<uchar>(seeds[254] + cv::Point(0, 1)) = 255;
+    EXPECT_EQ(bwlabel1(img, dst, 255.0), static_cast<int>(seeds.size()) + 1);
+    EXPECT_EQ(dst.at<uchar>(seeds[254]), 0);
+    EXPECT_EQ(dst.at<uchar>(seeds[254] + cv::Point(0, 1)), 0);
+    EXPECT_EQ(dst.at<uchar>(seeds[255]), 1);
+}
+
+}  // namespace
