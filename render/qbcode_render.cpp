@@ -21,11 +21,19 @@ bool isMarker(int i) {
            std::find(off.begin(), off.end(), i) != off.end();
 }
 
-int positionsFor(int layers) { return layers <= 0 ? 1 : 1 + 3 * layers * (layers + 1); }
+int positionsFor(int layers) {
+    return layers <= 0 ? 1 : 1 + 3 * layers * (layers + 1);
+}
 
 // Adds a disc of the given level with per-pixel coverage from 4x4 sub-samples.
 void drawDisc(cv::Mat& img, double row, double col, double radius, double background,
               double level) {
+    if (!std::isfinite(row) || !std::isfinite(col) || !(radius > 0.0) || !std::isfinite(radius))
+        return;
+    // Discs entirely off the image are skipped before any integer conversion.
+    if (row + radius + 1 < 0 || col + radius + 1 < 0 || row - radius - 1 > img.rows ||
+        col - radius - 1 > img.cols)
+        return;
     const int r0 = std::max(0, static_cast<int>(std::floor(row - radius - 1)));
     const int r1 = std::min(img.rows - 1, static_cast<int>(std::ceil(row + radius + 1)));
     const int c0 = std::max(0, static_cast<int>(std::floor(col - radius - 1)));
@@ -56,6 +64,11 @@ cv::Point2d centreOf(const CodeStyle& style) {
     if (style.centre.x < 0 || style.centre.y < 0)
         return cv::Point2d(style.size.width / 2.0, style.size.height / 2.0);
     return style.centre;
+}
+
+bool validSize(cv::Size size) {
+    return size.width > 0 && size.height > 0 &&
+           static_cast<double>(size.width) * size.height <= 4e8;
 }
 
 cv::Mat renderFloat(const std::vector<int>& bits, const CodeStyle& style) {
@@ -192,6 +205,7 @@ std::vector<uint8_t> payloadBytes(const std::vector<int>& bits) {
 }
 
 cv::Mat renderCode(const std::vector<int>& bits, const CodeStyle& style) {
+    if (!validSize(style.size)) return cv::Mat();
     cv::Mat out;
     renderFloat(bits, style).convertTo(out, CV_8U);
     return out;
@@ -199,6 +213,7 @@ cv::Mat renderCode(const std::vector<int>& bits, const CodeStyle& style) {
 
 cv::Mat renderCamera(const std::vector<int>& bits, const CodeStyle& style,
                      const CameraOptions& camera) {
+    if (!validSize(style.size)) return cv::Mat();
     cv::RNG rng(camera.seed);
     cv::Mat img = renderFloat(bits, style);
     const cv::Point2d c = centreOf(style);
@@ -238,12 +253,18 @@ cv::Mat renderCamera(const std::vector<int>& bits, const CodeStyle& style,
             float* px = img.ptr<float>(r);
             for (int col = 0; col < img.cols; ++col) {
                 const double u = ((col - w / 2) * gx + (r - h / 2) * gy) / std::hypot(w, h) + 0.5;
-                const double d2 = ((col - w / 2) * (col - w / 2) + (r - h / 2) * (r - h / 2)) / rmax2;
+                const double d2 =
+                    ((col - w / 2) * (col - w / 2) + (r - h / 2) * (r - h / 2)) / rmax2;
                 const double gain =
                     (1.0 - camera.lightingGradient * u) * (1.0 - camera.vignette * d2);
                 px[col] = static_cast<float>(px[col] * gain);
             }
         }
+    }
+
+    if (camera.contrast != 1.0 && camera.contrast >= 0.0) {
+        const double mid = (style.background + style.foreground) / 2.0;
+        img = (img - mid) * camera.contrast + mid;
     }
 
     if (camera.blurSigma > 0.0) cv::GaussianBlur(img, img, cv::Size(0, 0), camera.blurSigma);
@@ -258,7 +279,8 @@ cv::Mat renderCamera(const std::vector<int>& bits, const CodeStyle& style,
     img.convertTo(out, CV_8U);
     if (camera.jpegQuality > 0) {
         std::vector<unsigned char> buf;
-        cv::imencode(".jpg", out, buf, {cv::IMWRITE_JPEG_QUALITY, std::min(100, camera.jpegQuality)});
+        cv::imencode(".jpg", out, buf,
+                     {cv::IMWRITE_JPEG_QUALITY, std::min(100, camera.jpegQuality)});
         out = cv::imdecode(buf, cv::IMREAD_GRAYSCALE);
     }
     return out;
@@ -272,7 +294,9 @@ bool writePrintPng(const std::string& path, const std::vector<int>& bits, double
     CodeStyle style;
     style.spacing = spacingMm * pxPerMm;
     style.dotDiameter = dotDiameterMm * pxPerMm;
-    const int side = static_cast<int>(std::ceil((2 * layers + 3) * style.spacing));
+    const double sidePx = (2 * layers + 3) * spacingMm * pxPerMm;
+    if (!(sidePx >= 1.0 && sidePx <= 30000.0)) return false;
+    const int side = static_cast<int>(std::ceil(sidePx));
     style.size = cv::Size(side, side);
     style.background = 0;
     style.foreground = 255;

@@ -33,33 +33,34 @@ std::vector<uint8_t> payloadBytes(const std::vector<int>& bits);
 int freePositions(int layers);
 
 struct CodeStyle {
-    double spacing = 22.0;      // distance between neighbouring dot centres, px
-    double dotDiameter = 13.0;  // px
-    double rotationDeg = 0.0;   // reader convention, any value
-    cv::Point2d centre{-1, -1}; // (x = column, y = row); negative: image centre
-    cv::Size size{640, 480};    // width x height
-    double background = 30.0;   // grey level of the background
-    double foreground = 220.0;  // grey level of a dot
+    double spacing = 22.0;       // distance between neighbouring dot centres, px
+    double dotDiameter = 13.0;   // px
+    double rotationDeg = 0.0;    // reader convention, any value
+    cv::Point2d centre{-1, -1};  // (x = column, y = row); negative: image centre
+    cv::Size size{640, 480};     // width x height
+    double background = 30.0;    // grey level of the background
+    double foreground = 220.0;   // grey level of a dot
 };
 
 // Anti-aliased code image, 8-bit single channel, bright dots on a dark background.
 cv::Mat renderCode(const std::vector<int>& bits, const CodeStyle& style);
 
 struct CameraOptions {
-    double blurSigma = 0.0;       // Gaussian blur, px
-    double noiseSigma = 0.0;      // additive Gaussian sensor noise, grey levels
-    double lightingGradient = 0.0;// 0..1: fraction of brightness lost across the image
-    double vignette = 0.0;        // 0..1: fraction lost at the corners
-    int jpegQuality = 0;          // 1..100 to pass the image through JPEG; 0 keeps it
-    double tiltDeg = 0.0;         // perspective tilt of the code plane
-    double tiltAxisDeg = 0.0;     // direction of the tilt axis in the image
-    int clutterBlobs = 0;         // stray bright blobs outside the code
-    double textureAmplitude = 0.0;// smooth background texture, grey levels
+    double blurSigma = 0.0;         // Gaussian blur, px
+    double noiseSigma = 0.0;        // additive Gaussian sensor noise, grey levels
+    double lightingGradient = 0.0;  // 0..1: fraction of brightness lost across the image
+    double vignette = 0.0;          // 0..1: fraction lost at the corners
+    int jpegQuality = 0;            // 1..100 to pass the image through JPEG; 0 keeps it
+    double tiltDeg = 0.0;           // perspective tilt of the code plane
+    double tiltAxisDeg = 0.0;       // direction of the tilt axis in the image
+    int clutterBlobs = 0;           // stray bright blobs outside the code
+    double textureAmplitude = 0.0;  // smooth background texture, grey levels
+    double contrast = 1.0;          // grey levels scaled about the dot/background midpoint
     uint64_t seed = 1;
 };
 
 // A camera-like view of the code: the clean rendering with the options applied in the order
-// tilt, clutter and texture, lighting, blur, noise, JPEG.
+// tilt, clutter and texture, lighting, contrast, blur, noise, JPEG. Empty for an empty size.
 cv::Mat renderCamera(const std::vector<int>& bits, const CodeStyle& style,
                      const CameraOptions& camera);
 

@@ -280,13 +280,13 @@ TEST_F(TrackRendered, BinarisesTheCallersImageAtSixty) {
     EXPECT_EQ(tracker.Run(img, cv::Mat(), bits, boxes, false), 0);
     EXPECT_EQ(img.at<uchar>(5, 5), 0);
     EXPECT_EQ(img.at<uchar>(5, 6), 255);
-    EXPECT_EQ(img.at<uchar>(240, 320), 255);
-    EXPECT_EQ(img.at<uchar>(0, 0), 0);  // background 30
+    EXPECT_EQ(img.at<uchar>(262, 320), 255);  // marker dot 1, one step down
+    EXPECT_EQ(img.at<uchar>(0, 0), 0);        // background 30
 
     Hexagon_Dots_tracking unit(&para, 22.0, 320, 240, 5, 1.0);
     cv::Mat again = render(0.0);
     EXPECT_EQ(unit.Run(again, cv::Mat(), bits, boxes, false), 0);
-    EXPECT_EQ(again.at<uchar>(240, 320), 1);
+    EXPECT_EQ(again.at<uchar>(262, 320), 1);
 }
 
 TEST_F(TrackRendered, DebugReportsRadiusAndIndex) {
@@ -364,4 +364,21 @@ TEST_F(Tracking, QualityAnalysisOwnsOneAnalysisAtATime) {
     EXPECT_EQ(t.blobAnalysis->sysPara, nullptr);
     EXPECT_EQ(t.print_qualityAnalysis(img, img, cv::Mat(), {}), -503);  // replaced, not leaked
     ASSERT_NE(t.blobAnalysis, nullptr);
+}
+
+TEST_F(TrackRendered, QualityAnalysisMeasuresTheDecodedGrid) {
+    cv::Mat grey = render(0.0), bin = grey.clone(), bits, boxes;
+    ASSERT_EQ(tracker.Run(bin, cv::Mat(), bits, boxes, false), 0);
+    cv::Mat centres;
+    ASSERT_GE(tracker.boundingBox_centroidPoint(boxes, centres), 0);
+    std::vector<DotAttribute> records(91);
+    std::vector<DotAttribute*> dots;
+    for (auto& r : records) dots.push_back(&r);
+    tracker.imgName = "q.bmp";
+    EXPECT_GE(tracker.print_qualityAnalysis(bin, grey, centres, dots), 0);
+    EXPECT_EQ(records[1].found, 1);  // a marker dot, always printed
+    EXPECT_EQ(records[3].found, 0);  // a blank marker
+
+    cv::Mat negative(grey.size(), CV_32F, cv::Scalar(-1.0));
+    EXPECT_EQ(tracker.print_qualityAnalysis(bin, negative, centres, dots), -503);
 }

@@ -154,7 +154,6 @@ int Hexagon_Dots_tracking::print_qualityAnalysis(const cv::Mat& a, const cv::Mat
     // Replacing the analysis frees the previous one.
     blobAnalysis = std::make_unique<BlobAnalysis>(sysPara, name);
     std::vector<DotAttribute*> copy = dots;
-    (void)a, (void)b, (void)c;  // PENDING_BLOB
-    const int r = -1;
+    const int r = blobAnalysis->blob_analysis(a, b, c, copy);
     return r < 0 ? -503 : r;
 }
