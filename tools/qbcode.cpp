@@ -11,11 +11,12 @@
 namespace {
 
 int usage() {
-    std::cerr << "usage: qbcode version\n"
-                 "       qbcode dots LAYERS\n"
-                 "       qbcode read IMAGE... [--params FILE] [--json] [--debug]\n"
-                 "       qbcode render ...\n"
-                 "       qbcode grade IMAGE... [--json]\n";
+    std::cerr
+        << "usage: qbcode version\n"
+           "       qbcode dots LAYERS\n"
+           "       qbcode read IMAGE... [--params FILE] [--json] [--debug]\n"
+           "       qbcode render (--bits B | --payload N | --payload-hex H) [options] -o OUT\n"
+           "       qbcode grade IMAGE... [--json]\n";
     return 2;
 }
 
@@ -39,6 +40,10 @@ int cmdDots(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     if (argc < 2) return usage();
+    if (std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0) {
+        usage();
+        return 0;
+    }
     const std::string cmd = argv[1];
     if (cmd == "version") return cmdVersion();
     if (cmd == "dots") return cmdDots(argc, argv);
