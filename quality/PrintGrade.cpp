@@ -1,0 +1,223 @@
+#include "PrintGrade.h"
+
+#include <algorithm>
+#include <cmath>
+#include <exception>
+
+#include "AlgPipeline.h"
+#include "PrintingScoreCal.h"
+#include "SystemPara.h"
+
+namespace qbcode {
+
+namespace {
+
+const char kDefaultParams[] = "./algorithm_parameters_v01.yml";
+
+std::string paramsOrDefault(const std::string& path) {
+    return path.empty() ? std::string(kDefaultParams) : path;
+}
+
+int positionsOf(const cv::Mat& points) {
+    if (points.dims != 2 || points.channels() != 1) return 0;
+    if (points.cols == 2) return points.rows;
+    return points.rows == 2 ? points.cols : 0;
+}
+
+cv::Point2d pointAt(const cv::Mat& grid, int i) {
+    return grid.cols == 2 ? cv::Point2d(grid.at<double>(i, 0), grid.at<double>(i, 1))
+                          : cv::Point2d(grid.at<double>(0, i), grid.at<double>(1, i));
+}
+
+// Blob analysis, table and score; fills out without clearing what the caller already set.
+int gradeDots(const cv::Mat& binary, const cv::Mat& grey, const cv::Mat& points, double gap,
+              const std::string& paramPath, GradeResult& out, const std::string& imageName) {
+    if (!(gap > 0.0) || !std::isfinite(gap)) return kGradeBadInput;
+    const int n = positionsOf(points);
+    if (n < 2) return kGradeBadInput;
+    out.gap = gap;
+
+    SystemPara para(paramsOrDefault(paramPath));
+    PrintingScoreCal score(&para);
+    const int init = score.Initialize();
+    if (init < 0) return init;
+    out.maxArea = score.totalAreaScore;
+    out.maxIntensity = score.totalIntenScore;
+    out.maxRoundness = score.totalRoundScore;
+    out.maxCentroid = score.totalCentScore;
+    out.maxRotatedBox = score.totalRotBoxScore;
+    out.maxSeparation = score.totalLabelScore;
+    out.maxTotal = out.maxArea + out.maxIntensity + out.maxRoundness + out.maxCentroid +
+                   out.maxRotatedBox + out.maxSeparation;
+
+    std::vector<DotAttribute> records(static_cast<size_t>(n));
+    std::vector<DotAttribute*> slots;
+    for (DotAttribute& r : records) {
+        r.label = -1;
+        slots.push_back(&r);
+    }
+    cv::Mat table;
+    {
+        // The records point into the analysis: read them before it goes.
+        BlobAnalysis blobs(&para, imageName);
+        const int r = blobs.blob_analysis(binary, grey, points, slots);
+        if (r < 0) return r;
+        table = attributeTable(records);
+    }
+
+    cv::Mat grid;
+    points.convertTo(grid, CV_64F);
+    out.dots.assign(static_cast<size_t>(n), DotGrade());
+    out.dotsFound = 0;
+    for (int i = 0; i < n; ++i) {
+        const double* row = table.ptr<double>(i);
+        DotGrade& g = out.dots[i];
+        g.position = i;
+        g.bit = i < static_cast<int>(out.bits.size()) ? out.bits[i] : -1;
+        g.x = pointAt(grid, i).x;
+        g.y = pointAt(grid, i).y;
+        g.found = records[i].found != 0;
+        g.area = row[0];
+        g.intensity = row[1];
+        g.roundness = row[2];
+        g.offset = row[3];
+        g.boxLength = row[4];
+        g.boxWidth = row[5];
+        g.label = static_cast<int>(row[7]);
+        if (row[0] > 0) ++out.dotsFound;
+    }
+
+    score.gap = gap;
+    std::vector<double> parts;
+    const double total = score.run(table, parts);
+    if (parts.size() != 6) {
+        // Too few dots to grade; still say how many positions share a blob.
+        score.connectCount = 0.0;
+        score.connectiveness_scoreCalM1(table);
+        out.connectedPairs = static_cast<int>(score.connectCount);
+        return kGradeTooFewDots;
+    }
+    out.connectedPairs = static_cast<int>(score.connectCount);
+    out.area = parts[0];
+    out.intensity = parts[1];
+    out.roundness = parts[2];
+    out.centroid = parts[3];
+    out.rotatedBox = parts[4];
+    out.separation = parts[5];
+    out.total = total;
+    return 0;
+}
+
+int gradeImage(const unsigned char* image, int rows, int cols, const std::string& paramPath,
+               GradeResult& out, const std::string& imageName) {
+    if (image == nullptr || rows <= 0 || cols <= 0) return kGradeBadInput;
+    const std::string path = paramsOrDefault(paramPath);
+    AlgPipeline pipeline(path);
+    int r = pipeline.Initialize();
+    if (r < 0) return r;
+    const int count = pipeline.dotsNum;
+    // The stages may write into their input; the caller's buffer stays untouched.
+    std::vector<unsigned char> copy(image, image + static_cast<size_t>(rows) * cols);
+    std::vector<int> bits(static_cast<size_t>(count), 0);
+    cv::Rect roi;
+    pipeline.keepImages = true;
+    r = pipeline.Pipeline(copy.data(), rows, cols, bits.data(), count, imageName, roi);
+    if (r < 0) return r;
+    out.bits = bits;
+    out.orientation = pipeline.lastOrientation;
+
+    cv::Mat boxes;
+    pipeline.lastBoxes.convertTo(boxes, CV_64F);
+    if (boxes.cols < 4 || boxes.rows < 2 || boxes.channels() != 1) return kGradeInternal;
+    cv::Mat points(boxes.rows, 2, CV_64F);
+    for (int i = 0; i < boxes.rows; ++i) {
+        const double* b = boxes.ptr<double>(i);
+        points.at<double>(i, 0) = (b[0] + b[2]) / 2.0;
+        points.at<double>(i, 1) = (b[1] + b[3]) / 2.0;
+    }
+    return gradeDots(pipeline.lastBinary, pipeline.lastGrey, points, pipeline.lastGap, path, out,
+                     imageName);
+}
+
+}  // namespace
+
+cv::Mat attributeTable(const std::vector<DotAttribute>& records) {
+    cv::Mat table = cv::Mat::zeros(static_cast<int>(records.size()), 8, CV_64F);
+    for (int i = 0; i < table.rows; ++i) {
+        const DotAttribute& r = records[i];
+        double* row = table.ptr<double>(i);
+        if (!r.found) {
+            row[7] = -1.0;
+            continue;
+        }
+        row[0] = r.area;
+        // A blob too small to measure counts as unlit rather than poisoning the sum.
+        row[1] = std::isnan(r.intensity) ? 0.0 : r.intensity;
+        row[2] = r.roundness;
+        row[3] = r.distance;
+        if (r.rotBox != nullptr) {
+            row[4] = std::max(r.rotBox->size.width, r.rotBox->size.height);
+            row[5] = std::min(r.rotBox->size.width, r.rotBox->size.height);
+        }
+        row[7] = r.label;
+    }
+    return table;
+}
+
+int grade(const unsigned char* image, int rows, int cols, const std::string& paramPath,
+          GradeResult& out, const std::string& imageName) {
+    out = GradeResult();
+    try {
+        out.status = gradeImage(image, rows, cols, paramPath, out, imageName);
+    } catch (...) {
+        out = GradeResult();
+        out.status = kGradeInternal;
+    }
+    return out.status;
+}
+
+int gradeGrid(const cv::Mat& binary, const cv::Mat& grey, const cv::Mat& points, double gap,
+              const std::string& paramPath, GradeResult& out, const std::string& imageName) {
+    out = GradeResult();
+    try {
+        out.status = gradeDots(binary, grey, points, gap, paramPath, out, imageName);
+    } catch (...) {
+        out = GradeResult();
+        out.status = kGradeInternal;
+    }
+    return out.status;
+}
+
+const char* gradeStatusName(int status) {
+    switch (status) {
+        case 0:
+            return "ok";
+        case -505:
+            return "blob-input";
+        case -602:
+            return "blob-config";
+        case -603:
+            return "blob-no-config";
+        case -801:
+            return "score-config";
+        case kGradeBadInput:
+            return "grade-input";
+        case kGradeInternal:
+            return "grade-internal";
+        case kGradeTooFewDots:
+            return "too-few-dots";
+        default:
+            return status < 0 ? "not-read" : "ok";
+    }
+}
+
+const char* gradeRating(double total, double maximum) {
+    if (!(maximum > 0.0) || !std::isfinite(total)) return "poor";
+    const double share = total / maximum;
+    if (share >= 0.9) return "excellent";
+    if (share >= 0.75) return "good";
+    if (share >= 0.5) return "fair";
+    return "poor";
+}
+
+}  // namespace qbcode
