@@ -1,0 +1,69 @@
+// Cost of reading a code: the tracker alone and the whole recognition call.
+#include <vector>
+
+#include <benchmark/benchmark.h>
+#include <opencv2/core.hpp>
+
+#include "Hexagon_Dots_tracking.h"
+#include "SystemPara.h"
+#include "qbcode_hexagon_recognition.h"
+#include "qbcode_render.h"
+
+namespace {
+
+const std::vector<int>& benchBits() {
+    static const std::vector<int> bits = qbrender::payloadBits(0x243f6a8885a308d3ULL);
+    return bits;
+}
+
+cv::Mat cameraCode() {
+    qbrender::CodeStyle style;
+    style.rotationDeg = 23.0;
+    qbrender::CameraOptions cam;
+    cam.blurSigma = 1.0;
+    cam.noiseSigma = 4.0;
+    cam.lightingGradient = 0.25;
+    cam.jpegQuality = 85;
+    cam.tiltDeg = 4.0;
+    cam.clutterBlobs = 6;
+    cam.textureAmplitude = 6.0;
+    return qbrender::renderCamera(benchBits(), style, cam);
+}
+
+void BM_TrackUpright(benchmark::State& state) {
+    qbrender::CodeStyle style;
+    style.centre = cv::Point2d(320, 240);
+    const cv::Mat code = qbrender::renderCode(benchBits(), style);
+    SystemPara para(QBCODE_DEFAULT_PARAMS);
+    Hexagon_Dots_tracking tracker(&para, style.spacing, 320, 240, 5);
+    cv::Mat img, bits, boxes;
+    for (auto _ : state) {
+        code.copyTo(img);  // the tracker binarises its input
+        const int idx = tracker.Run(img, cv::Mat(), bits, boxes, false);
+        benchmark::DoNotOptimize(idx);
+        if (idx != 0) state.SkipWithError("tracker did not read the upright code");
+    }
+}
+BENCHMARK(BM_TrackUpright)->Unit(benchmark::kMicrosecond);
+
+void BM_RecognitionCamera(benchmark::State& state) {
+    const cv::Mat code = cameraCode();
+    cv::Mat img;
+    std::vector<int> bits(91);
+    int box[4];
+    for (auto _ : state) {
+        code.copyTo(img);
+        const int status = quelbor_hexagon_recognition(
+            img.data, img.rows, img.cols, 0, QBCODE_DEFAULT_PARAMS, bits.data(), 91, box, 4);
+        benchmark::DoNotOptimize(status);
+        if (status != 0) state.SkipWithError("recognition failed on the camera-like code");
+    }
+}
+BENCHMARK(BM_RecognitionCamera)->Unit(benchmark::kMillisecond);
+
+void BM_RenderCamera(benchmark::State& state) {
+    for (auto _ : state) benchmark::DoNotOptimize(cameraCode());
+}
+BENCHMARK(BM_RenderCamera)->Unit(benchmark::kMillisecond);
+
+}  // namespace
