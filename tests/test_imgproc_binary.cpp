@@ -1,0 +1,119 @@
+// Normalisation, binarisation and blob centroids.
+#include <algorithm>
+
+#include <gtest/gtest.h>
+#include <opencv2/imgproc.hpp>
+
+#include "ImgBinary.h"
+
+namespace {
+
+// n square blobs of side `side` on a grid with 7 px pitch, 255 on 0.
+cv::Mat blobGrid(int n, int side, std::vector<cv::Point2f>* centres = nullptr) {
+    cv::Mat img = cv::Mat::zeros(7 * ((n + 29) / 30) + 7, 7 * 30 + 7, CV_8U);
+    for (int i = 0; i < n; ++i) {
+        const int x = 7 * (i % 30) + 3, y = 7 * (i / 30) + 3;
+        img(cv::Rect(x, y, side, side)).setTo(255);
+        if (centres) centres->emplace_back(x + (side - 1) / 2.0f, y + (side - 1) / 2.0f);
+    }
+    return img;
+}
+
+}  // namespace
+
+TEST(ImgBinaryNormal, ThresholdAndScaling) {
+    ImgBinary b;
+    cv::Mat dim(4, 4, CV_32F, cv::Scalar(11.9)), edge(4, 4, CV_32F, cv::Scalar(12.0));
+    EXPECT_EQ(b.grayimg_normal(dim), -141);
+    EXPECT_EQ(dim.type(), CV_32F);
+    EXPECT_EQ(b.grayimg_normal(edge), 0);
+
+    cv::Mat img = (cv::Mat_<float>(1, 4) << 100, 50, 0, -5);
+    ASSERT_EQ(b.grayimg_normal(img), 0);
+    ASSERT_EQ(img.type(), CV_8UC1);
+    EXPECT_EQ(img.at<uchar>(0, 0), 255);  // 306 saturates
+    EXPECT_EQ(img.at<uchar>(0, 1), 153);
+    EXPECT_EQ(img.at<uchar>(0, 3), 0);
+    cv::Mat empty;
+    EXPECT_EQ(b.grayimg_normal(empty), -100);
+}
+
+TEST(ImgBinaryThreshold, FixedIsStrictAndOtsuOnlyReports) {
+    ImgBinary b;
+    b.setPars(255.0f, 100.0);
+    cv::Mat img = (cv::Mat_<uchar>(1, 4) << 99, 100, 101, 200), dst;
+    b.image_binary(img, dst);
+    EXPECT_EQ(cv::norm(dst, cv::Mat((cv::Mat_<uchar>(1, 4) << 0, 0, 255, 255)), cv::NORM_INF), 0);
+    const double otsu = b.image_otsu_binary(img, dst);
+    EXPECT_GE(otsu, 101);
+    EXPECT_LT(otsu, 200);
+    EXPECT_EQ(b.getPars(), std::make_pair(255, 100));
+}
+
+struct BlobCase {
+    int count, side, status, centroids;
+};
+
+class BlobCentroid : public ::testing::TestWithParam<BlobCase> {};
+
+TEST_P(BlobCentroid, CountsAndPositions) {
+    const BlobCase& p = GetParam();
+    std::vector<cv::Point2f> want, got;
+    cv::Mat bin = blobGrid(p.count, p.side, &want);
+    const cv::Mat before = bin.clone();
+    ImgBinary b;
+    EXPECT_EQ(b.blob_centroid(bin, got), p.status);
+    ASSERT_EQ(static_cast<int>(got.size()), p.centroids);
+    for (int i = 0; i < p.centroids; ++i) {
+        const bool found = std::any_of(want.begin(), want.end(), [&](cv::Point2f w) {
+            return std::abs(w.x - got[i].x) < 1e-4 && std::abs(w.y - got[i].y) < 1e-4;
+        });
+        EXPECT_TRUE(found) << got[i];
+    }
+    // Blobs are erased only when the count was accepted and they are too small.
+    const bool erased = p.status != -143 && p.side <= 3;
+    EXPECT_EQ(cv::countNonZero(bin), erased ? 0 : cv::countNonZero(before));
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, BlobCentroid,
+                         ::testing::Values(BlobCase{39, 5, -143, 0}, BlobCase{40, 5, 0, 40},
+                                           BlobCase{500, 4, 0, 500}, BlobCase{501, 4, -143, 0},
+                                           BlobCase{45, 3, -142, 0},  // area (3-1)^2 = 4
+                                           BlobCase{60, 1, -142, 0}));
+
+TEST(BlobCentroidErase, AreaEightIsErasedInTheCallersImage) {
+    cv::Mat bin = blobGrid(40, 5);
+    bin(cv::Rect(3, 3, 5, 5)).setTo(0);
+    bin(cv::Rect(3, 3, 5, 3)).setTo(255);  // contour area (5-1)(3-1) = 8
+    bin(cv::Rect(10, 3, 5, 5)).setTo(0);
+    bin(cv::Rect(10, 3, 5, 4)).setTo(255);  // area 12
+    const cv::Mat alias = bin;
+    std::vector<cv::Point2f> c{{-1, -1}};  // appended to, not cleared
+    ImgBinary b;
+    ASSERT_EQ(b.blob_centroid(alias, c), 0);
+    EXPECT_EQ(c.size(), 40u);
+    EXPECT_EQ(c[0], cv::Point2f(-1, -1));
+    EXPECT_EQ(cv::countNonZero(bin(cv::Rect(3, 3, 5, 5))), 0);
+    EXPECT_EQ(cv::countNonZero(bin(cv::Rect(10, 3, 5, 5))), 20);
+    // Without a usable blob the erasure still happens; a non-empty vector hides the -142.
+    cv::Mat tiny = blobGrid(45, 2);
+    EXPECT_EQ(b.blob_centroid(tiny, c), 0);
+    EXPECT_EQ(cv::countNonZero(tiny), 0);
+}
+
+TEST(ImgBinaryBorder, ClearsBlobsTouchingTheFrame) {
+    ImgBinary b;
+    cv::Mat img = cv::Mat::zeros(20, 30, CV_8U);
+    img(cv::Rect(0, 5, 3, 3)).setTo(255);    // left edge
+    img(cv::Rect(27, 17, 3, 3)).setTo(255);  // bottom-right corner
+    img(cv::Rect(10, 0, 2, 2)).setTo(255);   // top edge
+    img(cv::Rect(12, 8, 4, 4)).setTo(255);   // inside
+    b.remove_board(img);
+    EXPECT_EQ(cv::countNonZero(img), 16);
+    EXPECT_EQ(cv::countNonZero(img(cv::Rect(12, 8, 4, 4))), 16);
+    for (cv::Size s : {cv::Size(9, 1), cv::Size(1, 9), cv::Size(1, 1)}) {
+        cv::Mat thin(s, CV_8U, cv::Scalar(255));
+        b.remove_board(thin);
+        EXPECT_EQ(cv::countNonZero(thin), 0) << s;
+    }
+}
