@@ -1,6 +1,164 @@
 #include "ImageRotation.h"
 
-void ImageRotation::rotate(cv::Mat& src, cv::Mat& dst, float) { dst = src.clone(); }
-void ImageRotation::fast_rotate(cv::Mat, cv::Mat&, float) {}
-void ImageRotation::fast_rotate_image(unsigned char*, const unsigned char*, unsigned short,
-                                      unsigned short, float) {}
+#include <cmath>
+#include <cstring>
+
+#include <opencv2/imgproc.hpp>
+
+namespace {
+
+// Source position of output pixel (0, 0) and the per-step increments.
+struct Walk {
+    float cosa;
+    float s;  // sin(-a)
+    float x0;
+    float y0;
+};
+
+bool startWalk(unsigned short height, unsigned short width, float angle, Walk& w) {
+    // The truncated degree-to-radian factor is deliberate; results depend on it.
+    const float a = angle * 0.017453333f;
+    const float sina = std::sin(a);
+    const float cosa = std::cos(a);
+    const float s = std::sin(-a);
+    const int H = height, W = width;
+    const int newH = static_cast<int>(std::round(H * std::fabs(cosa) + W * std::fabs(sina)));
+    const int newW = static_cast<int>(std::round(H * std::fabs(sina) + W * std::fabs(cosa)));
+    if (H == 0 || W == 0) return false;
+    const float cx = static_cast<float>(static_cast<int>(
+        static_cast<double>(static_cast<float>(newW / 2) - static_cast<float>((newW - W) / 2)) +
+        0.5));
+    const float cy = static_cast<float>(static_cast<int>(
+        static_cast<double>(static_cast<float>(newH / 2) - static_cast<float>((newH - H) / 2)) +
+        0.5));
+    w.cosa = cosa;
+    w.s = s;
+    w.x0 = static_cast<float>(W >> 1) - (cosa * cx + s * cy);
+    w.y0 = static_cast<float>(H >> 1) - (-s * cx + cosa * cy);
+    return true;
+}
+
+// Nearest-neighbour sample. The bounds test is on the unrounded coordinate, so x in
+// [W - 0.5, W) reads the first pixel of the next row; past the end of the buffer that pixel is 0.
+inline unsigned sample(const unsigned char* src, float x, float y, float fw, float fh,
+                       unsigned width, size_t total) {
+    if (!(x >= 0.f && y >= 0.f && x < fw && y < fh)) return 0;
+    const unsigned short ix = static_cast<unsigned short>(static_cast<int>(double(x) + 0.5));
+    const unsigned short iy = static_cast<unsigned short>(static_cast<int>(double(y) + 0.5));
+    const size_t idx = static_cast<size_t>(width) * iy + ix;
+    return idx < total ? src[idx] : 0u;
+}
+
+// Walks the output rows in groups of four: the four coordinate chains are independent, which
+// hides the latency of the running additions. Each chain performs exactly the additions of the
+// row-by-row walk, so the samples are bit-identical to it.
+template <class Sink>
+void walkRotation(const unsigned char* src, unsigned short height, unsigned short width,
+                  float angle, Sink&& sink) {
+    Walk w;
+    if (!startWalk(height, width, angle, w)) return;
+    const int H = height, W = width;
+    const float fw = static_cast<float>(W), fh = static_cast<float>(H);
+    const size_t total = static_cast<size_t>(W) * H;
+    const float cosa = w.cosa, s = w.s;
+    float x0 = w.x0, y0 = w.y0;
+    int r = 0;
+    for (; r + 4 <= H; r += 4) {
+        float xs[4], ys[4];
+        for (int i = 0; i < 4; ++i) {
+            xs[i] = x0;
+            ys[i] = y0;
+            x0 += s;
+            y0 += cosa;
+        }
+        for (int c = 0; c < W; ++c) {
+            unsigned v[4];
+            for (int i = 0; i < 4; ++i) {
+                v[i] = sample(src, xs[i], ys[i], fw, fh, width, total);
+                xs[i] += cosa;
+                ys[i] -= s;
+            }
+            sink.put4(r, c, v);
+        }
+    }
+    for (; r < H; ++r) {
+        float x = x0, y = y0;
+        for (int c = 0; c < W; ++c) {
+            sink.put1(r, c, sample(src, x, y, fw, fh, width, total));
+            x += cosa;
+            y -= s;
+        }
+        x0 += s;
+        y0 += cosa;
+    }
+}
+
+bool sharesData(const cv::Mat& a, const cv::Mat& b) {
+    return !a.empty() && !b.empty() && a.datastart < b.dataend && b.datastart < a.dataend;
+}
+
+struct ImageSink {
+    unsigned char* dst;
+    size_t width;
+    void put4(int r, int c, const unsigned* v) {
+        unsigned char* p = dst + r * width + c;
+        p[0] = static_cast<unsigned char>(v[0]);
+        p[width] = static_cast<unsigned char>(v[1]);
+        p[2 * width] = static_cast<unsigned char>(v[2]);
+        p[3 * width] = static_cast<unsigned char>(v[3]);
+    }
+    void put1(int r, int c, unsigned v) { dst[r * width + c] = static_cast<unsigned char>(v); }
+};
+
+// Column sums stay below 2^24 (at most 65535 rows of 255), so float accumulation is exact.
+struct SumSink {
+    float* sums;
+    void put4(int, int c, const unsigned* v) {
+        sums[c] += static_cast<float>(v[0] + v[1] + v[2] + v[3]);
+    }
+    void put1(int, int c, unsigned v) { sums[c] += static_cast<float>(v); }
+};
+
+}  // namespace
+
+void ImageRotation::rotate(cv::Mat& src, cv::Mat& dst, float angle) {
+    if (src.empty()) {
+        dst.release();
+        return;
+    }
+    const cv::Point2f centre(src.cols * 0.5f, src.rows * 0.5f);
+    const cv::Mat M = cv::getRotationMatrix2D(centre, angle, 1.0);
+    const cv::Size size(src.cols, src.rows);
+    // warpAffine reads the source while writing: an in-place call needs a separate output.
+    if (sharesData(src, dst)) {
+        cv::Mat out;
+        cv::warpAffine(src, out, M, size, cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar(0));
+        out.copyTo(dst);
+    } else {
+        cv::warpAffine(src, dst, M, size, cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar(0));
+    }
+}
+
+void ImageRotation::fast_rotate(cv::Mat src, cv::Mat& dst, float angle) {
+    if (src.empty() || src.type() != CV_8UC1) return;
+    if (!src.isContinuous()) src = src.clone();
+    if (dst.size() != src.size() || dst.type() != CV_8UC1 || !dst.isContinuous() ||
+        sharesData(src, dst))
+        dst = cv::Mat(src.size(), CV_8UC1);
+    fast_rotate_image(dst.data, src.data, static_cast<unsigned short>(src.rows),
+                      static_cast<unsigned short>(src.cols), angle);
+}
+
+void ImageRotation::fast_rotate_image(unsigned char* dst, const unsigned char* src,
+                                      unsigned short height, unsigned short width, float angle) {
+    if (dst == nullptr || src == nullptr) return;
+    walkRotation(src, height, width, angle, ImageSink{dst, width});
+}
+
+void ImageRotation::fast_rotate_project(float* colSums, const unsigned char* src,
+                                        unsigned short height, unsigned short width, float angle) {
+    if (colSums == nullptr) return;
+    std::memset(colSums, 0, sizeof(float) * width);
+    if (src == nullptr) return;
+    walkRotation(src, height, width, angle, SumSink{colSums});
+}

@@ -13,6 +13,10 @@ public:
     void fast_rotate(cv::Mat src, cv::Mat& dst, float angle);
     void fast_rotate_image(unsigned char* dst, const unsigned char* src, unsigned short height,
                            unsigned short width, float angle);
+    // Column sums (width floats) of the image fast_rotate_image would produce, without producing
+    // it. The sums are exact integers, so they equal that image reduced by cv::reduce.
+    void fast_rotate_project(float* colSums, const unsigned char* src, unsigned short height,
+                             unsigned short width, float angle);
 
     float angle = 0.f;
 };

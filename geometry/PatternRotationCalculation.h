@@ -8,8 +8,9 @@
 
 #include "ImageRotation.h"
 
-// Derivative zero-crossing peak finder. peaks needs at least 20 rows and 4 columns
-// (number, position, height, width). Returns the number of peaks (at most 20).
+// Derivative zero-crossing peak finder on the first row of src. peaks (CV_32F) needs at least
+// 20 rows and 4 columns (number, position, height, width); with fewer rows fewer peaks are kept.
+// Returns the number of peaks (at most 20).
 int findPeaks(cv::Mat& src, cv::Mat& peaks, float thresh, int width);
 
 class PeakDetector {
@@ -19,7 +20,10 @@ public:
         ProjDirect = direct;
         filterWidth = width;
     }
+    // Sums along dim (0: column sums) into a single CV_32F row.
     void imageProject(cv::Mat& src, cv::Mat& dst, int dim);
+    // Scores one projection: the three highest peaks into scores[0][theta], the peak positions
+    // into row theta of peakTable.
     void peakDetector(cv::Mat& proj, cv::Mat& scores, cv::Mat& peakTable, int theta);
 
     float PeakThresh = 1200.f;
@@ -31,13 +35,25 @@ class PatternRotationCalculation {
 public:
     PatternRotationCalculation();
 
-    // binImg: continuous CV_8UC1. scores 1x180 and peakTable 180x20, CV_32F, zero-filled.
+    // binImg: CV_8UC1. scores 1x180 and peakTable 180x20, CV_32F, zero-filled (an empty scores
+    // is created). Other table shapes or image types leave the tables alone and give 0.
     int rotationAngleCal(cv::Mat& binImg, cv::Mat& scores, cv::Mat peakTable);
     void assign_theta(std::vector<int>& thetas);
     void setPeakThresh(float t) { PeakThresh = t; }
     int rotated_angle(cv::Mat scores);
 
+    // Turns bin (CV_8UC1) by theta degrees, projects it onto the columns and scores the
+    // projection with peakDetector. Rotation and projection are fused where the sums are
+    // guaranteed identical to fast_rotate followed by imageProject.
+    void scoreAngle(const cv::Mat& bin, int theta, cv::Mat& scores, cv::Mat& peakTable);
+    // True when scores and peakTable can take every angle 0..179.
+    static bool tablesUsable(const cv::Mat& scores, const cv::Mat& peakTable);
+
     float PeakThresh = 1200.f;
     std::unique_ptr<ImageRotation> imgRotation;
     std::unique_ptr<PeakDetector> peakDetector;
+
+private:
+    cv::Mat proj;    // one projection row, reused across angles
+    cv::Mat turned;  // only for images too large for the fused path
 };

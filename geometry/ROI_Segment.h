@@ -1,4 +1,5 @@
-// Region of interest: density-peak clustering of the dot centroids; the largest cluster is the code.
+// Region of interest: density-peak clustering of the dot centroids; the largest cluster is the
+// code.
 #pragma once
 
 #include <vector>

@@ -1,6 +1,139 @@
 #include "startPoint_cal.h"
 
-int startPoint_cal::initialize() { return -1; }
-int startPoint_cal::findStartPoint_NCC(float&, const cv::Mat&, cv::Mat&, cv::Point&, double) {
-    return -320;
+#include <cmath>
+#include <iostream>
+
+#include <opencv2/imgproc.hpp>
+
+#include "DebugImage.h"
+#include "Point_Generation.h"
+#include "SystemPara.h"
+
+namespace {
+
+// Templates wider than this exceed every image the 16-bit rotation can handle anyway.
+const double kMaxHalf = 32767.0;
+
+int floatToIntFlag(float v) {
+    if (v != v) return 0;
+    if (v >= 2147483648.f) return 1;
+    if (v < -2147483648.f) return -1;
+    return static_cast<int>(v);
+}
+
+}  // namespace
+
+int startPoint_cal::initialize() {
+    if (sysPara == nullptr) return -1;
+    const int features = sysPara->readPara("PatternFeatures");
+    if (features < 0) return features;
+    gapDelta = sysPara->gapDelta;
+    isDebug = sysPara->feat_Debug;
+    isWriteImg = sysPara->feat_writeImg;
+    savePath = sysPara->feat_savePath;
+    imgPadding = floatToIntFlag(sysPara->img_padding);
+    const int pipeline = sysPara->readPara("AlgPipeline");
+    if (pipeline < 0) return pipeline;
+    layer = sysPara->layer;
+    return features;
+}
+
+void startPoint_cal::generate_pattern_simImg(double angle, float gap, cv::Mat& templ) {
+    const double halfD = (layer + 0.5) * gap + 0.5;
+    // No finite, positive spacing: no template (the search then reports -321).
+    if (!(halfD >= 0.0 && halfD <= kMaxHalf) || !(gap > 0.f)) {
+        templ.release();
+        return;
+    }
+    const int half = static_cast<int>(halfD);
+    const int side = 2 * half + 1;
+    templ = cv::Mat::zeros(side, side, CV_8U);
+
+    Generate_Hexagon_points generator(cv::Point2d(half, half), sysPara, gap, layer);
+    generator.angle = angle;
+    cv::Mat pts;
+    generator.Run(pts);
+
+    const float k = std::ceil(gap / 5.0f);
+    for (int i = 0; i < pts.rows; ++i) {
+        const double p0 = pts.at<double>(i, 0), p1 = pts.at<double>(i, 1);
+        // Points that fall outside the square (a large angle with a large layer count cannot,
+        // but garbage can) are skipped rather than cast.
+        if (!(p0 > -side && p0 < 2.0 * side && p1 > -side && p1 < 2.0 * side)) continue;
+        const int r0 = static_cast<int>(p0 + 0.5), c0 = static_cast<int>(p1 + 0.5);
+        for (int r = static_cast<int>(r0 - k); r < r0 + k + 1; ++r) {
+            if (r < 0 || r >= side) continue;
+            unsigned char* row = templ.ptr<unsigned char>(r);
+            for (int c = static_cast<int>(c0 - k); c < c0 + k + 1; ++c)
+                if (c >= 0 && c < side) row[c] = 255;
+        }
+    }
+    const cv::Mat element = cv::getStructuringElement(cv::MORPH_ELLIPSE, cv::Size(5, 5));
+    cv::morphologyEx(templ, templ, cv::MORPH_OPEN, element, cv::Point(-1, -1), 1,
+                     cv::BORDER_CONSTANT);
+    cv::GaussianBlur(templ, templ, cv::Size(3, 3), 1.0);
+}
+
+int startPoint_cal::findStartPoint_NCC(float& gap, const cv::Mat& image, cv::Mat& templ,
+                                       cv::Point& centre, double angle) {
+    const int init = initialize();
+    if (init < 0) return -320;
+
+    cv::Mat grey = image;
+    if (!image.empty() && image.type() != CV_8UC1) {
+        cv::Mat first;
+        cv::extractChannel(image, first, 0);
+        first.convertTo(grey, CV_8U);
+    }
+
+    const float g0 = gap;
+    const float spacings[3] = {g0, g0 - gapDelta, g0 + gapDelta};
+    double best = 0.0;
+    for (int t = 0; t < 3; ++t) {
+        const float g = spacings[t];
+        generate_pattern_simImg(angle, g, templ);
+        if (templ.empty() || templ.rows >= grey.rows || templ.cols >= grey.cols) return -321;
+
+        cv::Mat result;
+        double m = 0.0;
+        cv::Point at, candidate;
+        if (imgPadding == 0) {
+            cv::matchTemplate(grey, templ, result, cv::TM_CCOEFF_NORMED);
+            cv::minMaxLoc(result, nullptr, &m, nullptr, &at);
+            candidate = at + cv::Point(templ.rows / 2, templ.rows / 2);
+        } else {
+            const int pad = static_cast<int>(templ.rows * 0.5 + 0.5);
+            cv::Mat padded;
+            cv::copyMakeBorder(grey, padded, pad, pad, pad, pad, cv::BORDER_CONSTANT,
+                               cv::Scalar(0));
+            cv::matchTemplate(padded, templ, result, cv::TM_CCOEFF_NORMED);
+            cv::minMaxLoc(result, nullptr, &m, nullptr, &at);
+            candidate = at;
+        }
+        if (isDebug == 1) {
+            std::cout << "start point NCC max: " << m << std::endl;
+            std::cout << "center point:" << candidate.x << ", " << candidate.y << std::endl;
+        }
+        if (isWriteImg != 0) {
+            const std::string n = std::to_string(t + 1);
+            if (t == 0) {
+                cv::Mat marked;
+                cv::cvtColor(grey, marked, cv::COLOR_GRAY2BGR);
+                cv::circle(marked, candidate, 1, cv::Scalar(0, 0, 255));
+                debugWrite(savePath + "source1.bmp", marked);
+            }
+            cv::Mat scaled;
+            result.convertTo(scaled, CV_8U, 100.0);
+            debugWrite(savePath + "template" + n + ".bmp", templ);
+            debugWrite(savePath + "rst" + n + ".bmp", scaled);
+        }
+        if (m > best) {
+            centre = candidate;
+            gap = g;
+            best = m;
+        }
+    }
+    if (best >= 0.3) return init;
+    centre = cv::Point(0, 0);
+    return -314;
 }

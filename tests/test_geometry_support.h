@@ -1,0 +1,51 @@
+// Rendered inputs shared by the geometry tests.
+#pragma once
+
+#include <cmath>
+#include <cstdint>
+#include <vector>
+
+#include <opencv2/imgproc.hpp>
+
+#include "qbcode_render.h"
+
+namespace geomtest {
+
+// About half the positions printed, like a real payload.
+inline std::vector<int> denseBits() {
+    return qbrender::payloadBits(
+        std::vector<uint8_t>{0x5a, 0xc3, 0x96, 0x7e, 0x3c, 0xa5, 0xf0, 0x69, 0xd2, 0x1b});
+}
+
+inline qbrender::CodeStyle style(double rotationDeg, double spacing, cv::Size size,
+                                 cv::Point2d centre = cv::Point2d(-1, -1)) {
+    qbrender::CodeStyle s;
+    s.spacing = spacing;
+    s.dotDiameter = 0.6 * spacing;
+    s.rotationDeg = rotationDeg;
+    s.size = size;
+    s.centre = centre;
+    return s;
+}
+
+inline cv::Mat renderGrey(const qbrender::CodeStyle& s,
+                          const std::vector<int>& bits = denseBits()) {
+    return qbrender::renderCode(bits, s);
+}
+
+inline cv::Mat renderBinary(const qbrender::CodeStyle& s,
+                            const std::vector<int>& bits = denseBits()) {
+    cv::Mat bin;
+    cv::threshold(renderGrey(s, bits), bin, 128, 255, cv::THRESH_BINARY);
+    return bin;
+}
+
+// Signed difference of two grid directions modulo the hexagon's 60-degree period, in -30..30.
+inline double periodDiff(double a, double b) {
+    double d = std::fmod(a - b, 60.0);
+    if (d < -30) d += 60;
+    if (d > 30) d -= 60;
+    return d;
+}
+
+}  // namespace geomtest
