@@ -12,7 +12,7 @@
 namespace {
 
 const std::vector<int>& benchBits() {
-    static const std::vector<int> bits = qbrender::payloadBits(0x243f6a8885a308d3ULL);
+    static const std::vector<int> bits = qbrender::randomBits(31);
     return bits;
 }
 
@@ -26,6 +26,7 @@ cv::Mat cameraCode() {
     cam.jpegQuality = 85;
     cam.tiltDeg = 4.0;
     cam.clutterBlobs = 6;
+    cam.clutterClearance = 240.0;
     cam.textureAmplitude = 6.0;
     return qbrender::renderCamera(benchBits(), style, cam);
 }

@@ -192,6 +192,17 @@ std::vector<int> payloadBits(uint64_t number, int layers) {
     return payloadBits(bytes, layers);
 }
 
+std::vector<int> randomBits(uint64_t seed, double density, int layers) {
+    cv::RNG rng(seed == 0 ? 0x5eedULL : seed);
+    std::vector<uint8_t> bytes(static_cast<size_t>(freePositions(layers) + 7) / 8);
+    for (auto& byte : bytes) {
+        int v = 0;
+        for (int bit = 0; bit < 8; ++bit) v |= (rng.uniform(0.0, 1.0) < density ? 1 : 0) << bit;
+        byte = static_cast<uint8_t>(v);
+    }
+    return payloadBits(bytes, layers);
+}
+
 std::vector<uint8_t> payloadBytes(const std::vector<int>& bits) {
     std::vector<uint8_t> out;
     size_t next = 0;
@@ -225,7 +236,8 @@ cv::Mat renderCamera(const std::vector<int>& bits, const CodeStyle& style,
     }
 
     const int layers = std::max(0, layersForPositions(bits.size()));
-    const double codeRadius = (layers + 1.5) * style.spacing;
+    const double codeRadius =
+        camera.clutterClearance >= 0.0 ? camera.clutterClearance : (layers + 1.5) * style.spacing;
     for (int k = 0, tries = 0; k < camera.clutterBlobs && tries < 100 * camera.clutterBlobs;
          ++tries) {
         const double x = rng.uniform(0.0, static_cast<double>(style.size.width));

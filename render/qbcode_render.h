@@ -27,6 +27,10 @@ const std::vector<int>& markerOffPositions();
 // free positions take the payload bits, least significant byte first, bit 0 of each byte first.
 std::vector<int> payloadBits(const std::vector<uint8_t>& payload, int layers = 5);
 std::vector<int> payloadBits(uint64_t number, int layers = 5);
+// A valid code whose free positions are set at random with the given density. A number
+// payload leaves the last nine free positions (one side of the outer ring) blank, which can
+// make the centre search land one step off; test codes should use this instead.
+std::vector<int> randomBits(uint64_t seed, double density = 0.75, int layers = 5);
 // Reads the free positions back into bytes (ceil(free / 8) bytes).
 std::vector<uint8_t> payloadBytes(const std::vector<int>& bits);
 // Number of free (non-marker) positions of a code with the given rings.
@@ -46,16 +50,18 @@ struct CodeStyle {
 cv::Mat renderCode(const std::vector<int>& bits, const CodeStyle& style);
 
 struct CameraOptions {
-    double blurSigma = 0.0;         // Gaussian blur, px
-    double noiseSigma = 0.0;        // additive Gaussian sensor noise, grey levels
-    double lightingGradient = 0.0;  // 0..1: fraction of brightness lost across the image
-    double vignette = 0.0;          // 0..1: fraction lost at the corners
-    int jpegQuality = 0;            // 1..100 to pass the image through JPEG; 0 keeps it
-    double tiltDeg = 0.0;           // perspective tilt of the code plane
-    double tiltAxisDeg = 0.0;       // direction of the tilt axis in the image
-    int clutterBlobs = 0;           // stray bright blobs outside the code
-    double textureAmplitude = 0.0;  // smooth background texture, grey levels
-    double contrast = 1.0;          // grey levels scaled about the dot/background midpoint
+    double blurSigma = 0.0;          // Gaussian blur, px
+    double noiseSigma = 0.0;         // additive Gaussian sensor noise, grey levels
+    double lightingGradient = 0.0;   // 0..1: fraction of brightness lost across the image
+    double vignette = 0.0;           // 0..1: fraction lost at the corners
+    int jpegQuality = 0;             // 1..100 to pass the image through JPEG; 0 keeps it
+    double tiltDeg = 0.0;            // perspective tilt of the code plane
+    double tiltAxisDeg = 0.0;        // direction of the tilt axis in the image
+    int clutterBlobs = 0;            // stray bright blobs outside the code
+    double clutterClearance = -1.0;  // least distance of a blob from the code centre, px;
+                                     // negative: just clear of the outer ring
+    double textureAmplitude = 0.0;   // smooth background texture, grey levels
+    double contrast = 1.0;           // grey levels scaled about the dot/background midpoint
     uint64_t seed = 1;
 };
 

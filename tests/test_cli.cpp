@@ -68,8 +68,10 @@ std::string bitsOf(const std::vector<int>& bits) {
 TEST(StatusNames, MatchEveryRowOfTheTable) {
     std::ifstream doc(sourceRoot() + "/docs/status-codes.md");
     ASSERT_TRUE(doc.good());
+    // A code that two stages share is documented twice; the tool joins the names with '/'.
     std::map<int, std::string> documented;
     std::string line;
+    int rows = 0;
     while (std::getline(doc, line)) {
         if (line.size() < 2 || line[0] != '|') continue;
         std::vector<std::string> cells;
@@ -83,14 +85,16 @@ TEST(StatusNames, MatchEveryRowOfTheTable) {
         if (cells.size() < 3 || cells[0].empty()) continue;
         const long code = std::strtol(cells[0].c_str(), &end, 10);
         if (*end != '\0') continue;  // header and separator rows
-        EXPECT_EQ(documented.count(static_cast<int>(code)), 0u) << "listed twice: " << code;
-        documented[static_cast<int>(code)] = cells[1];
+        std::string& names = documented[static_cast<int>(code)];
+        names += (names.empty() ? "" : "/") + cells[1];
+        ++rows;
     }
-    ASSERT_GT(documented.size(), 5u);
+    ASSERT_GT(rows, 10);
     for (const auto& kv : documented)
         EXPECT_EQ(statusName(kv.first), kv.second) << "code " << kv.first;
     for (const StatusName& s : statusNames())
         EXPECT_EQ(documented.count(s.code), 1u) << "not documented: " << s.code << " " << s.name;
+    EXPECT_EQ(statusName(-9999), "unknown");
 }
 
 // ---- render ----
@@ -192,7 +196,7 @@ protected:
         style.rotationDeg = 12.0;
         cv::imwrite(tmpPath("cli_code.png"), qbrender::renderCode(code(), style));
     }
-    static std::vector<int> code() { return qbrender::payloadBits(0x5151f00dULL); }
+    static std::vector<int> code() { return qbrender::randomBits(17); }
     std::string image = tmpPath("cli_code.png");
     std::string params = QBCODE_DEFAULT_PARAMS;
 };

@@ -1,4 +1,5 @@
 // Whole recognition calls on rendered 640 x 480 camera-like codes.
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <string>
@@ -38,13 +39,54 @@ qbrender::CameraOptions camera(uint64_t seed) {
     cam.tiltDeg = 4.0;
     cam.tiltAxisDeg = static_cast<double>(seed % 180);
     cam.clutterBlobs = 6;
+    // Blobs within the clustering reach of the code join its region, which then sits
+    // off-centre in a crop whose rotation (same size) can cut off outer-ring dots.
+    cam.clutterClearance = 240.0;
     cam.textureAmplitude = 6.0;
     cam.seed = seed;
     return cam;
 }
 
-uint64_t payloadFor(double angle) {
-    return 0x9e3779b97f4a7c15ULL * (static_cast<uint64_t>(angle * 10.0) + 1);
+// Codes with all 73 free bits in use and about three quarters of them printed: the reader
+// takes an image with fewer than 40 blobs to show no code at all.
+std::vector<int> codeFor(double angle) {
+    return qbrender::randomBits(static_cast<uint64_t>(angle * 10.0) + 101);
+}
+
+// Centres of the printed dots: the box must hold them all.
+cv::Rect2d printedExtent(const std::vector<int>& bits, const qbrender::CodeStyle& style) {
+    const auto offsets = qbrender::gridOffsets(5, style.spacing, style.rotationDeg);
+    double x0 = 1e9, x1 = -1e9, y0 = 1e9, y1 = -1e9;
+    for (size_t i = 0; i < bits.size(); ++i) {
+        if (!bits[i]) continue;
+        x0 = std::min(x0, style.centre.x + offsets[i].y);
+        x1 = std::max(x1, style.centre.x + offsets[i].y);
+        y0 = std::min(y0, style.centre.y + offsets[i].x);
+        y1 = std::max(y1, style.centre.y + offsets[i].x);
+    }
+    return cv::Rect2d(x0, y0, x1 - x0, y1 - y0);
+}
+
+// Box (x, y, width, height) around every printed dot, dot edges included, inside the image;
+// with nothing else in view at most about a spacing wider on each side.
+void expectBoxAround(const Decoded& d, const std::vector<int>& bits,
+                     const qbrender::CodeStyle& style, bool tight) {
+    const cv::Rect2d dots = printedExtent(bits, style);
+    const double edge = style.dotDiameter / 2 - 1;
+    EXPECT_LE(d.box[0], dots.x - edge);
+    EXPECT_LE(d.box[1], dots.y - edge);
+    EXPECT_GE(d.box[0] + d.box[2], dots.x + dots.width + edge);
+    EXPECT_GE(d.box[1] + d.box[3], dots.y + dots.height + edge);
+    EXPECT_GE(d.box[0], 0);
+    EXPECT_GE(d.box[1], 0);
+    EXPECT_LE(d.box[0] + d.box[2], style.size.width);
+    EXPECT_LE(d.box[1] + d.box[3], style.size.height);
+    if (tight) {
+        EXPECT_GE(d.box[0], dots.x - style.spacing * 1.5);
+        EXPECT_GE(d.box[1], dots.y - style.spacing * 1.5);
+        EXPECT_LE(d.box[0] + d.box[2], dots.x + dots.width + style.spacing * 1.5);
+        EXPECT_LE(d.box[1] + d.box[3], dots.y + dots.height + style.spacing * 1.5);
+    }
 }
 
 }  // namespace
@@ -53,7 +95,7 @@ class DecodeRotated : public ::testing::TestWithParam<double> {};
 
 TEST_P(DecodeRotated, ReturnsTheCodesOwnBits) {
     const double angle = GetParam();
-    const std::vector<int> bits = qbrender::payloadBits(payloadFor(angle));
+    const std::vector<int> bits = codeFor(angle);
     qbrender::CodeStyle style;
     style.rotationDeg = angle;
     style.centre = cv::Point2d(300 + std::fmod(angle, 40.0), 250 - std::fmod(angle, 30.0));
@@ -63,15 +105,7 @@ TEST_P(DecodeRotated, ReturnsTheCodesOwnBits) {
     const Decoded d = decode(img);
     ASSERT_EQ(d.status, 0) << "rotation " << angle;
     EXPECT_EQ(d.bits, bits) << "rotation " << angle;
-
-    // The box (x, y, width, height) holds the whole code and not much more.
-    const double reach = 5 * style.spacing + style.dotDiameter / 2;
-    EXPECT_LE(d.box[0], style.centre.x - reach + 4);
-    EXPECT_LE(d.box[1], style.centre.y - reach + 4);
-    EXPECT_GE(d.box[0] + d.box[2], style.centre.x + reach - 4);
-    EXPECT_GE(d.box[1] + d.box[3], style.centre.y + reach - 4);
-    EXPECT_LT(d.box[2], 2 * reach + 4 * style.spacing);
-    EXPECT_LT(d.box[3], 2 * reach + 4 * style.spacing);
+    expectBoxAround(d, bits, style, false);
 }
 
 std::vector<double> decodeAngles() {
@@ -91,24 +125,34 @@ INSTANTIATE_TEST_SUITE_P(Angles, DecodeRotated, ::testing::ValuesIn(decodeAngles
                              return "deg_" + s.substr(0, s.find('_') + 2);
                          });
 
-TEST(Decode, CleanUprightCode) {
-    const std::vector<int> bits = qbrender::payloadBits(0x0123456789abcdefULL);
-    const Decoded d = decode(qbrender::renderCode(bits, qbrender::CodeStyle()));
+class DecodeClean : public ::testing::TestWithParam<double> {};
+
+TEST_P(DecodeClean, BoxHugsTheCode) {
+    const std::vector<int> bits = codeFor(GetParam() + 0.05);
+    qbrender::CodeStyle style;
+    style.rotationDeg = GetParam();
+    style.centre = cv::Point2d(330, 230);
+    const Decoded d = decode(qbrender::renderCode(bits, style));
     ASSERT_EQ(d.status, 0);
     EXPECT_EQ(d.bits, bits);
+    expectBoxAround(d, bits, style, true);
 }
+
+INSTANTIATE_TEST_SUITE_P(Angles, DecodeClean, ::testing::Values(0.0, 45.0, 90.0, 240.0, 333.0));
 
 class DecodeSpacing : public ::testing::TestWithParam<double> {};
 
 TEST_P(DecodeSpacing, ReadsOtherDotSizes) {
-    const std::vector<int> bits = qbrender::payloadBits(0xdeadbeefcafeULL);
+    const std::vector<int> bits = codeFor(GetParam());
     qbrender::CodeStyle style;
     style.spacing = GetParam();
     style.dotDiameter = 0.6 * GetParam();
+    style.centre = cv::Point2d(320, 240);
     style.rotationDeg = 17.0;
     const Decoded d = decode(qbrender::renderCamera(bits, style, camera(11)));
     ASSERT_EQ(d.status, 0) << "spacing " << GetParam();
     EXPECT_EQ(d.bits, bits);
+    expectBoxAround(d, bits, style, false);
 }
 
 INSTANTIATE_TEST_SUITE_P(Spacings, DecodeSpacing, ::testing::Values(18.0, 22.0, 26.0));

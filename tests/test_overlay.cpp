@@ -129,7 +129,7 @@ protected:
     int run(const std::string& paramPath) {
         qbrender::CodeStyle style;
         style.rotationDeg = 21.0;
-        cv::Mat img = qbrender::renderCode(qbrender::payloadBits(0xabcdefULL), style);
+        cv::Mat img = qbrender::renderCode(qbrender::randomBits(5), style);
         std::vector<int> bits(91, 0);
         cv::Rect roi;
         AlgPipeline pipeline(paramPath);

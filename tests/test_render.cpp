@@ -130,6 +130,22 @@ TEST(Payload, BytesFillFreePositionsInOrder) {
     EXPECT_EQ(tiny, (std::vector<int>{1, 1, 1, 0, 0, 0, 0}));
 }
 
+TEST(Payload, RandomCodesAreValidAndRepeatable) {
+    const auto a = qbrender::randomBits(9), b = qbrender::randomBits(9);
+    EXPECT_EQ(a, b);
+    EXPECT_NE(a, qbrender::randomBits(10));
+    ASSERT_EQ(a.size(), 91u);
+    for (int i : qbrender::markerOnPositions()) EXPECT_EQ(a[i], 1);
+    for (int i : qbrender::markerOffPositions()) EXPECT_EQ(a[i], 0);
+    int ones = 0;
+    for (size_t i = 82; i < 91; ++i) ones += a[i];  // the tail a number payload leaves blank
+    EXPECT_GT(ones, 0);
+    int total = 0;
+    for (int bit : qbrender::randomBits(3, 0.5, 7)) total += bit;
+    EXPECT_GT(total, 60);  // 169 positions, 151 free, half printed
+    EXPECT_LT(total, 115);
+}
+
 // ---- camera-like images ----
 
 TEST(RenderCamera, IsDeterministicPerSeed) {

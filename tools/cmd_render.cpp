@@ -288,5 +288,10 @@ int cmdRender(int argc, char** argv) {
         status = 1;
     }
     std::cout << "bits: " << bitString(bits) << std::endl;
+    int dots = 0;
+    for (int bit : bits) dots += bit;
+    if (dots < 40)
+        std::cerr << "qbcode render: note: " << dots
+                  << " dots; the reader takes fewer than 40 blobs in view for no code" << std::endl;
     return status;
 }
