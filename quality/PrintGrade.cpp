@@ -5,6 +5,8 @@
 #include <exception>
 
 #include "AlgPipeline.h"
+#include "ImageRotation.h"
+#include "NoiseRemover.h"
 #include "PrintingScoreCal.h"
 #include "SystemPara.h"
 
@@ -108,6 +110,28 @@ int gradeDots(const cv::Mat& binary, const cv::Mat& grey, const cv::Mat& points,
     return 0;
 }
 
+// The camera's grey levels in the reader's upright crop: the reader's own crop is its enhanced,
+// normalised image, in which every dot looks equally bright. The input goes through the same
+// size reduction, crop and turn as the reader's images; empty when that cannot be repeated.
+cv::Mat uprightInput(const cv::Mat& input, const AlgPipeline& pipeline, const cv::Rect& roi) {
+    SystemPara para(pipeline.paramPath);
+    if (para.readPara("ImageProcess") < 0) return cv::Mat();
+    cv::Mat img = input;
+    if (!para.imgSizeRestrict && para.imgPreROI != 0 && img.rows >= 960 && img.cols >= 1280)
+        img = img(cv::Rect(320, 240, 640, 480));
+    const int rows = static_cast<int>(img.rows * para.DnRatio);
+    const int cols = static_cast<int>(img.cols * para.DnRatio);
+    if (rows <= 0 || cols <= 0 || (cv::Rect(0, 0, cols, rows) & roi) != roi) return cv::Mat();
+    NoiseRemover resize;
+    resize.setDnsample_size(cv::Point(cols, rows));
+    cv::Mat small, crop, upright;
+    resize.ImgDnSample(img, small);
+    if (small.size() != cv::Size(cols, rows)) return cv::Mat();
+    crop = small(roi).clone();
+    ImageRotation().rotate(crop, upright, static_cast<float>(pipeline.lastAngle));
+    return upright.size() == pipeline.lastGrey.size() ? upright : cv::Mat();
+}
+
 int gradeImage(const unsigned char* image, int rows, int cols, const std::string& paramPath,
                GradeResult& out, const std::string& imageName) {
     if (image == nullptr || rows <= 0 || cols <= 0) return kGradeBadInput;
@@ -118,6 +142,7 @@ int gradeImage(const unsigned char* image, int rows, int cols, const std::string
     const int count = pipeline.dotsNum;
     // The stages may write into their input; the caller's buffer stays untouched.
     std::vector<unsigned char> copy(image, image + static_cast<size_t>(rows) * cols);
+    const cv::Mat input(rows, cols, CV_8UC1, const_cast<unsigned char*>(image));
     std::vector<int> bits(static_cast<size_t>(count), 0);
     cv::Rect roi;
     pipeline.keepImages = true;
@@ -135,8 +160,9 @@ int gradeImage(const unsigned char* image, int rows, int cols, const std::string
         points.at<double>(i, 0) = (b[0] + b[2]) / 2.0;
         points.at<double>(i, 1) = (b[1] + b[3]) / 2.0;
     }
-    return gradeDots(pipeline.lastBinary, pipeline.lastGrey, points, pipeline.lastGap, path, out,
-                     imageName);
+    const cv::Mat raw = uprightInput(input, pipeline, roi);
+    return gradeDots(pipeline.lastBinary, raw.empty() ? pipeline.lastGrey : raw, points,
+                     pipeline.lastGap, path, out, imageName);
 }
 
 }  // namespace

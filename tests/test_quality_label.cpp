@@ -9,11 +9,14 @@
 
 namespace {
 
-// '#' is 255, '.' is 0.
+// '#' is 255, '.' is 0, a digit is that label.
 cv::Mat picture(const std::vector<std::string>& rows) {
     cv::Mat m(static_cast<int>(rows.size()), static_cast<int>(rows[0].size()), CV_8UC1);
     for (int r = 0; r < m.rows; ++r)
-        for (int c = 0; c < m.cols; ++c) m.at<uchar>(r, c) = rows[r][c] == '#' ? 255 : 0;
+        for (int c = 0; c < m.cols; ++c) {
+            const char ch = rows[r][c];
+            m.at<uchar>(r, c) = ch == '#' ? 255 : ch == '.' ? 0 : static_cast<uchar>(ch - '0');
+        }
     return m;
 }
 
@@ -21,24 +24,18 @@ struct LabelCase {
     const char* name;
     std::vector<std::string> rows;
     int regions;
-    std::vector<std::string> labels;  // expected dst: digit = label, '#' = 255, '.' = 0
+    std::vector<std::string> labels;
 };
 
 class Bwlabel1 : public ::testing::TestWithParam<LabelCase> {};
 
 TEST_P(Bwlabel1, LabelsRegionsFromTheSeedWindow) {
     const LabelCase& c = GetParam();
-    const cv::Mat src = picture(c.rows);
     cv::Mat dst, viaMember;
-    EXPECT_EQ(bwlabel1(src, dst, 255.0), c.regions);
-    for (int r = 0; r < dst.rows; ++r)
-        for (int col = 0; col < dst.cols; ++col) {
-            const char e = c.labels[r][col];
-            const int want = e == '#' ? 255 : e == '.' ? 0 : e - '0';
-            EXPECT_EQ(dst.at<uchar>(r, col), want) << "at " << r << "," << col;
-        }
+    EXPECT_EQ(bwlabel1(picture(c.rows), dst, 255.0), c.regions);
+    EXPECT_EQ(cv::norm(dst, picture(c.labels), cv::NORM_INF), 0.0) << dst;
     BlobAnalysis blobs;
-    EXPECT_EQ(blobs.bwlabel1(src, viaMember, 255.0), c.regions);
+    EXPECT_EQ(blobs.bwlabel1(picture(c.rows), viaMember, 255.0), c.regions);
     EXPECT_EQ(cv::norm(dst, viaMember, cv::NORM_INF), 0.0);
 }
 
@@ -58,11 +55,7 @@ INSTANTIATE_TEST_SUITE_P(
         LabelCase{"FillReachesEveryBorder",
                   {"#####", "#####", "#####", "#####"},
                   1,
-                  {"11111", "11111", "11111", "11111"}},
-        LabelCase{"NarrowImageIsNotScanned",
-                  {"###", "###", "###", "###"},
-                  0,
-                  {"###", "###", "###", "###"}}),
+                  {"11111", "11111", "11111", "11111"}}),
     [](const ::testing::TestParamInfo<LabelCase>& info) { return std::string(info.param.name); });
 
 TEST(Bwlabel1Input, RejectsEmptyAndNonByteImages) {
@@ -70,12 +63,6 @@ TEST(Bwlabel1Input, RejectsEmptyAndNonByteImages) {
     EXPECT_EQ(bwlabel1(cv::Mat(), dst, 255.0), -1);
     EXPECT_EQ(bwlabel1(cv::Mat::zeros(8, 8, CV_32F), dst, 255.0), -1);
     EXPECT_EQ(bwlabel1(cv::Mat::zeros(8, 8, CV_8UC3), dst, 255.0), -1);
-}
-
-TEST(Bwlabel1Input, LabelsInPlace) {
-    cv::Mat img = picture({".......", ".#..#..", ".......", "......."});
-    EXPECT_EQ(bwlabel1(img, img, 255.0), 2);
-    EXPECT_EQ(img.at<uchar>(1, 4), 2);
 }
 
 // Labels wrap modulo 256: the 255th region looks unlabelled and the 256th becomes 0. A larger
@@ -95,10 +82,10 @@ TEST(Bwlabel1Input, LabelsWrapAtTheByte) {
     EXPECT_EQ(dst.at<uchar>(seeds[256]), 1);
 
     img.at<uchar>(seeds[254] + cv::Point(0, 1)) = 255;
-    EXPECT_EQ(bwlabel1(img, dst, 255.0), static_cast<int>(seeds.size()) + 1);
-    EXPECT_EQ(dst.at<uchar>(seeds[254]), 0);
-    EXPECT_EQ(dst.at<uchar>(seeds[254] + cv::Point(0, 1)), 0);
-    EXPECT_EQ(dst.at<uchar>(seeds[255]), 1);
+    EXPECT_EQ(bwlabel1(img, img, 255.0), static_cast<int>(seeds.size()) + 1);  // in place
+    EXPECT_EQ(img.at<uchar>(seeds[254]), 0);
+    EXPECT_EQ(img.at<uchar>(seeds[254] + cv::Point(0, 1)), 0);
+    EXPECT_EQ(img.at<uchar>(seeds[255]), 1);
 }
 
 }  // namespace
