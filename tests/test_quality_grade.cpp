@@ -127,7 +127,6 @@ TEST(GradeInput, RefusalsHaveTheirOwnStatus) {
     const cv::Mat img = cv::Mat::zeros(480, 640, CV_8U), points = grid(qbrender::CodeStyle());
     EXPECT_EQ(qbcode::grade(nullptr, 10, 10, QBCODE_DEFAULT_PARAMS, g), -802);
     EXPECT_EQ(qbcode::grade(img.data, 0, 100, QBCODE_DEFAULT_PARAMS, g), -802);
-    EXPECT_EQ(qbcode::grade(img.data, 100, 100, "/nonexistent.yml", g), -600);
     EXPECT_EQ(qbcode::gradeGrid(img, img, points, 0.0, QBCODE_DEFAULT_PARAMS, g), -802);
     const std::string noScore = testsupport::writeFile(
         "grade_no_score.yml", testsupport::paramsWithout("PrintScoreCalculate", "totalAreaScore"));
@@ -172,11 +171,6 @@ TEST(GradeEndToEnd, ReadsAndGradesACameraImage) {
     EXPECT_GT(g.total, 0.75 * g.maxTotal);
     for (const qbcode::DotGrade& d : g.dots)
         EXPECT_TRUE(!d.found || d.bit == 1) << "position " << d.position;
-    qbcode::GradeResult faint;
-    const cv::Mat weak = img * 0.45;
-    if (qbcode::grade(weak.data, weak.rows, weak.cols, QBCODE_DEFAULT_PARAMS, faint) == 0) {
-        EXPECT_LT(faint.intensity, g.intensity - 1.0);
-    }
 
     const std::string file = testsupport::tmpPath("grade_clean.png");
     cv::imwrite(file, img);

@@ -1,4 +1,5 @@
 // Four-connected labelling with 8-bit labels.
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -9,8 +10,11 @@
 
 namespace {
 
-// '#' is 255, '.' is 0, a digit is that label.
-cv::Mat picture(const std::vector<std::string>& rows) {
+// Rows separated by '/': '#' is 255, '.' is 0, a digit is that label.
+cv::Mat picture(const std::string& text) {
+    std::vector<std::string> rows;
+    std::istringstream in(text);
+    for (std::string row; std::getline(in, row, '/');) rows.push_back(row);
     cv::Mat m(static_cast<int>(rows.size()), static_cast<int>(rows[0].size()), CV_8UC1);
     for (int r = 0; r < m.rows; ++r)
         for (int c = 0; c < m.cols; ++c) {
@@ -22,9 +26,9 @@ cv::Mat picture(const std::vector<std::string>& rows) {
 
 struct LabelCase {
     const char* name;
-    std::vector<std::string> rows;
+    const char* image;
     int regions;
-    std::vector<std::string> labels;
+    const char* labels;
 };
 
 class Bwlabel1 : public ::testing::TestWithParam<LabelCase> {};
@@ -32,30 +36,23 @@ class Bwlabel1 : public ::testing::TestWithParam<LabelCase> {};
 TEST_P(Bwlabel1, LabelsRegionsFromTheSeedWindow) {
     const LabelCase& c = GetParam();
     cv::Mat dst, viaMember;
-    EXPECT_EQ(bwlabel1(picture(c.rows), dst, 255.0), c.regions);
+    EXPECT_EQ(bwlabel1(picture(c.image), dst, 255.0), c.regions);
     EXPECT_EQ(cv::norm(dst, picture(c.labels), cv::NORM_INF), 0.0) << dst;
     BlobAnalysis blobs;
-    EXPECT_EQ(blobs.bwlabel1(picture(c.rows), viaMember, 255.0), c.regions);
+    EXPECT_EQ(blobs.bwlabel1(picture(c.image), viaMember, 255.0), c.regions);
     EXPECT_EQ(cv::norm(dst, viaMember, cv::NORM_INF), 0.0);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, Bwlabel1,
-    ::testing::Values(
-        LabelCase{"TooSmallIsAPlainCopy", {"###", "#.#", "###"}, 0, {"###", "#.#", "###"}},
-        LabelCase{"DiagonalNeighboursAreTwoRegions",
-                  {".....", ".#...", "..#..", ".....", "....."},
-                  2,
-                  {".....", ".1...", "..2..", ".....", "....."}},
-        LabelCase{"LastTwoRowsHoldNoSeed",
-                  {".....", ".....", ".....", ".##..", ".##.#"},
-                  0,
-                  {".....", ".....", ".....", ".##..", ".##.#"}},
-        // The fill runs into the border rows and columns without leaving the image.
-        LabelCase{"FillReachesEveryBorder",
-                  {"#####", "#####", "#####", "#####"},
-                  1,
-                  {"11111", "11111", "11111", "11111"}}),
+    ::testing::Values(LabelCase{"TooSmallIsAPlainCopy", "###/#.#/###", 0, "###/#.#/###"},
+                      LabelCase{"DiagonalNeighboursAreTwoRegions", "...../.#.../..#../...../.....",
+                                2, "...../.1.../..2../...../....."},
+                      LabelCase{"LastTwoRowsHoldNoSeed", "...../...../...../.##../.##.#", 0,
+                                "...../...../...../.##../.##.#"},
+                      // The fill runs into the border rows and columns without leaving the image.
+                      LabelCase{"FillReachesEveryBorder", "#####/#####/#####/#####", 1,
+                                "11111/11111/11111/11111"}),
     [](const ::testing::TestParamInfo<LabelCase>& info) { return std::string(info.param.name); });
 
 TEST(Bwlabel1Input, RejectsEmptyAndNonByteImages) {

@@ -23,15 +23,9 @@ protected:
 
     // n perfect dots: expected area, intensity 70, round, centred, square box, own label.
     static cv::Mat perfect(int n) {
-        cv::Mat t = cv::Mat::zeros(n, 8, CV_64F);
-        for (int i = 0; i < n; ++i) {
-            double* r = t.ptr<double>(i);
-            r[0] = kPerfectArea;
-            r[1] = 70.0;
-            r[2] = 1.0;
-            r[4] = r[5] = 10.0;
-            r[7] = i;
-        }
+        cv::Mat t =
+            cv::repeat((cv::Mat_<double>(1, 8) << kPerfectArea, 70, 1, 0, 10, 10, 0, 0), n, 1);
+        for (int i = 0; i < n; ++i) t.at<double>(i, 7) = i;
         return t;
     }
 };
