@@ -5,6 +5,11 @@
 
 #include <opencv2/imgproc.hpp>
 
+// Fused multiply-adds would change the last bit against the whole-image form.
+#ifdef __clang__
+#pragma STDC FP_CONTRACT OFF
+#endif
+
 void Dots_HessianProcess::setScale(const std::vector<float>& s) {
     scales = s;
 }
@@ -14,6 +19,28 @@ void Dots_HessianProcess::setScale(const float* s, int n) {
         return;
     }
     scales.assign(s, s + n);
+}
+
+// One pixel of the per-scale response from the 3x3 neighbourhood of the smoothed image S
+// (rows up/mid/down, columns l/c/r, already wrapped at the image edges). The operations and
+// their order are those of the whole-image form: Dxx = A + B - 2S, Dxy = (E + H - F - G) / 4,
+// m = (Dxx + Dyy) / 2, det = Dxx Dyy - Dxy^2, so the numbers are the same to the last bit.
+inline float Dots_HessianProcess::dotScore(const float* up, const float* mid, const float* down,
+                                           int l, int c, int r, float weight) const {
+    const float s = mid[c];
+    const float dxx = (mid[r] + mid[l]) - 2.0f * s;
+    const float dyy = (down[c] + up[c]) - 2.0f * s;
+    const float dxy = (((down[r] + up[l]) - up[r]) - down[l]) * 0.25f;
+    const float m = (dxx + dyy) * 0.5f;
+    const float p1 = dxx * dyy;
+    const float p2 = dxy * dxy;
+    const float q = std::sqrt(m * m - (p1 - p2));
+    const float l1 = m + q, l2 = m - q;
+    // Only bright, round peaks: both curvatures negative.
+    if (!(l1 < 0.0f && l2 < 0.0f)) return 0.0f;
+    float small = l1, large = l2;
+    if (std::fabs(small) > std::fabs(large)) std::swap(small, large);
+    return small * small / std::fabs(large) * weight * respGain;
 }
 
 int Dots_HessianProcess::process(cv::Mat& src, cv::Mat& dst) {
@@ -40,41 +67,19 @@ int Dots_HessianProcess::process(cv::Mat& src, cv::Mat& dst) {
         cv::Mat S;
         cv::sepFilter2D(src, S, CV_32F, row, col, cv::Point(-1, -1), 0, cv::BORDER_DEFAULT);
 
-        cv::Mat A, B, C, D, E, F, G, H;
-        circshift(S, A, 1, 0);
-        circshift(S, B, -1, 0);
-        circshift(S, C, 0, 1);
-        circshift(S, D, 0, -1);
-        circshift(A, E, 0, 1);
-        circshift(A, F, 0, -1);
-        circshift(B, G, 0, 1);
-        circshift(B, H, 0, -1);
-        const cv::Mat Dxx = A + B - 2 * S;
-        const cv::Mat Dyy = C + D - 2 * S;
-        const cv::Mat Dxy = (E + H - F - G) / 4;
-        const cv::Mat m = (Dxx + Dyy) / 2;
-        cv::Mat p1, p2, mm, q;
-        cv::multiply(Dxx, Dyy, p1);
-        cv::multiply(Dxy, Dxy, p2);
-        cv::multiply(m, m, mm);
-        const cv::Mat det = p1 - p2;
-        cv::sqrt(mm - det, q);
-        const cv::Mat l1 = m + q, l2 = m - q;
-
-        cv::Mat R = cv::Mat::zeros(S.size(), CV_32FC1);
         const float weight = sigma * sigma;
-        for (int y = 0; y < R.rows; ++y) {
-            const float* a = l1.ptr<float>(y);
-            const float* b = l2.ptr<float>(y);
-            float* out = R.ptr<float>(y);
-            for (int x = 0; x < R.cols; ++x) {
-                if (!(a[x] < 0.0f && b[x] < 0.0f)) continue;
-                float small = a[x], large = b[x];
-                if (std::fabs(small) > std::fabs(large)) std::swap(small, large);
-                out[x] = small * small / std::fabs(large) * weight * respGain;
-            }
+        const int rows = S.rows, cols = S.cols;
+        for (int y = 0; y < rows; ++y) {
+            const float* up = S.ptr<float>(y == 0 ? rows - 1 : y - 1);
+            const float* mid = S.ptr<float>(y);
+            const float* down = S.ptr<float>(y == rows - 1 ? 0 : y + 1);
+            float* out = dst.ptr<float>(y);
+            out[0] = std::max(out[0], dotScore(up, mid, down, cols - 1, 0, 1, weight));
+            for (int x = 1; x < cols - 1; ++x)
+                out[x] = std::max(out[x], dotScore(up, mid, down, x - 1, x, x + 1, weight));
+            out[cols - 1] =
+                std::max(out[cols - 1], dotScore(up, mid, down, cols - 2, cols - 1, 0, weight));
         }
-        cv::max(dst, R, dst);
     }
     return resetBoundaryPixels(dst);
 }

@@ -20,6 +20,9 @@ public:
     int resetBoundaryPixels(cv::Mat& m);
 
 private:
+    float dotScore(const float* up, const float* mid, const float* down, int l, int c, int r,
+                   float weight) const;
+
     float kernelFactor = 3.0f;
     float respGain = 10.0f;
     std::vector<float> scales{2.0f, 3.0f};
