@@ -19,7 +19,7 @@ struct Frames {
         qbrender::CameraOptions cam;
         cam.blurSigma = 0.8;
         cam.noiseSigma = 2.0;
-        input = qbrender::renderCamera(qbrender::payloadBits(0x5a5a5a5aULL), style, cam);
+        input = qbrender::renderCamera(qbrender::randomBits(7), style, cam);
         NoiseRemover nr;
         nr.setDnsample_size(cv::Point(384, 288));
         nr.ImgDnSample(input, dn);

@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 
+#include "Dots_HessianProcess.h"
 #include "ImgBinary.h"
+#include "LogFilter.h"
 #include "NoiseRemover.h"
 
 TEST(NoiseRemoverResize, TargetIsWidthByHeight) {
@@ -83,4 +85,54 @@ TEST(Reconstruction, GrowsOnlyIntoConnectedMask) {
     EXPECT_EQ(n.imreconstruct(mask, empty, out), -113);
     EXPECT_EQ(n.imreconstruct(small, mask, out), -113);
     EXPECT_EQ(n.imreconstruct(nanMask, nanMask, out), 0);  // ends although NaN never compares
+}
+
+// Every operation, odd sizes, types and parameters: a result or an empty output, never a throw.
+TEST(ImgprocRobust, OperationsNeverThrow) {
+    const float nan = NAN;
+    for (cv::Size size : {cv::Size(0, 0), cv::Size(1, 1), cv::Size(9, 1), cv::Size(1, 9),
+                          cv::Size(200, 49), cv::Size(50, 50)})
+        for (int type : {CV_8UC1, CV_8UC3, CV_8SC1, CV_16UC1, CV_32SC1, CV_32FC1, CV_64FC2}) {
+            cv::Mat img(size, type, cv::Scalar::all(0)), out;
+            if (!img.empty()) cv::RNG(type).fill(img, cv::RNG::UNIFORM, 0, 256);
+            auto fresh = [&] { return img.clone(); };
+            NoiseRemover n;
+            ImgBinary b;
+            Dots_HessianProcess h;
+            LogFilter l;
+            auto exercise = [&] {
+                for (int k : {-1, 1, 3, 4, 7, 301}) n.setMedfilterSize(k), n.medfilt2(img, out);
+                for (cv::Size k : {cv::Size(0, 0), cv::Size(4, 4), cv::Size(3, 3)})
+                    for (double s : {0.0, -2.0, double(nan), 1e9})
+                        n.setGaussFilter_ksize(k), n.setGaussFilter_sigma(s),
+                            n.gaussfilt2(img, out);
+                for (cv::Mat k : {cv::Mat(), cv::Mat(cv::Mat::ones(3, 3, CV_8UC3)),
+                                  cv::Mat(cv::Mat::ones(301, 301, CV_8U))})
+                    n.imopen(img, out, k);
+                for (cv::Point p : {cv::Point(0, 5), cv::Point(-3, 2), cv::Point(7, 3)})
+                    n.setDnsample_size(p), n.ImgDnSample(img, out);
+                n.imreconstruct(img, img, out);
+                cv::Mat m = fresh();
+                b.grayimg_normal(m);
+                for (auto op : {&ImgBinary::image_binary, &ImgBinary::image_AdapMean_binary,
+                                &ImgBinary::image_AdapGauss_binary}) {
+                    m = fresh();
+                    (b.*op)(m, out);
+                }
+                m = fresh();
+                b.image_otsu_binary(m, out);
+                m = fresh();
+                b.remove_board(m);
+                std::vector<cv::Point2f> c;
+                b.blob_centroid(img, c);
+                m = fresh();
+                h.circshift(m, out, 3, -1000);
+                h.resetBoundaryPixels(m);
+                h.process(m, out);
+                m = fresh();
+                l.setSigma({0.4f, 2.0f});
+                l.process(m, out);
+            };
+            EXPECT_NO_THROW(exercise()) << size << " type " << type;
+        }
 }
