@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include <opencv2/core/utils/logger.hpp>
 #include <opencv2/imgcodecs.hpp>
 
 #include "AlgPipeline.h"
@@ -188,6 +189,8 @@ int cmdRead(int argc, char** argv) {
     }
     const int count = get_dots_num(sysPara.layer);
 
+    // Unreadable files are reported per image below; OpenCV's own warning would repeat it.
+    cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_ERROR);
     bool allRead = true;
     if (json) std::cout << "[" << std::endl;
     for (size_t k = 0; k < images.size(); ++k) {
