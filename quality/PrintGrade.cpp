@@ -1,6 +1,7 @@
 #include "PrintGrade.h"
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <exception>
 
@@ -116,12 +117,14 @@ int gradeDots(const cv::Mat& binary, const cv::Mat& grey, const cv::Mat& points,
 cv::Mat uprightInput(const cv::Mat& input, const AlgPipeline& pipeline, const cv::Rect& roi) {
     SystemPara para(pipeline.paramPath);
     if (para.readPara("ImageProcess") < 0) return cv::Mat();
-    cv::Mat img = input;
+    cv::Mat img = input.clone();
     if (!para.imgSizeRestrict && para.imgPreROI != 0 && img.rows >= 960 && img.cols >= 1280)
         img = img(cv::Rect(320, 240, 640, 480));
-    const int rows = static_cast<int>(img.rows * para.DnRatio);
-    const int cols = static_cast<int>(img.cols * para.DnRatio);
-    if (rows <= 0 || cols <= 0 || (cv::Rect(0, 0, cols, rows) & roi) != roi) return cv::Mat();
+    const double rowsD = std::trunc(img.rows * para.DnRatio);
+    const double colsD = std::trunc(img.cols * para.DnRatio);
+    if (!(rowsD >= 1.0 && colsD >= 1.0 && rowsD * colsD <= INT_MAX)) return cv::Mat();
+    const int rows = static_cast<int>(rowsD), cols = static_cast<int>(colsD);
+    if ((cv::Rect(0, 0, cols, rows) & roi) != roi) return cv::Mat();
     NoiseRemover resize;
     resize.setDnsample_size(cv::Point(cols, rows));
     cv::Mat small, crop, upright;
@@ -140,13 +143,13 @@ int gradeImage(const unsigned char* image, int rows, int cols, const std::string
     int r = pipeline.Initialize();
     if (r < 0) return r;
     const int count = pipeline.dotsNum;
-    // The stages may write into their input; the caller's buffer stays untouched.
-    std::vector<unsigned char> copy(image, image + static_cast<size_t>(rows) * cols);
-    const cv::Mat input(rows, cols, CV_8UC1, const_cast<unsigned char*>(image));
+    // The stages may write into their input: they get a copy, and the grade another one.
+    const cv::Mat input = cv::Mat(rows, cols, CV_8UC1, const_cast<unsigned char*>(image)).clone();
+    cv::Mat work = input.clone();
     std::vector<int> bits(static_cast<size_t>(count), 0);
     cv::Rect roi;
     pipeline.keepImages = true;
-    r = pipeline.Pipeline(copy.data(), rows, cols, bits.data(), count, imageName, roi);
+    r = pipeline.Pipeline(work.data, rows, cols, bits.data(), count, imageName, roi);
     if (r < 0) return r;
     out.bits = bits;
     out.orientation = pipeline.lastOrientation;
