@@ -12,9 +12,10 @@ public:
     const std::vector<float>& getScale() const { return scales; }
 
     // dst: CV_32FC1 of the size of src. src is converted to CV_32F in place.
-    // -100 empty, -112 smaller than 50 in a dimension, -121 kernel too long, -122 bad scale.
+    // -100 empty or not single-channel, -112 smaller than 50 in a dimension, -121 kernel too
+    // long, -122 bad scale.
     int process(cv::Mat& src, cv::Mat& dst);
-    // dst(y, x) = src((y + dy) mod rows, (x + dx) mod cols).
+    // dst(y, x) = src((y + dy) mod rows, (x + dx) mod cols); -100 for an empty src.
     int circshift(cv::Mat& src, cv::Mat& dst, int dx, int dy);
     // Zeroes a 5-pixel frame of a float image; -112 when the image is 5 or less in a dimension.
     int resetBoundaryPixels(cv::Mat& m);

@@ -17,6 +17,7 @@ class ImageProcessPipeline {
 public:
     explicit ImageProcessPipeline(SystemPara* para = nullptr) : sysPara(para) {}
 
+    // Reads the "ImageProcess" section; its negative status as is, -1 without a record.
     int initialize();
     // input may be replaced by its cropped view. 0 or a negative status.
     int process(cv::Mat& input, cv::Mat& processed, cv::Mat& binary,

@@ -10,8 +10,9 @@ public:
     void setSigma(std::vector<float> s) { sigma = std::move(s); }
     std::vector<float> getSigma() const { return sigma; }
 
+    // The kernel of the rounded sigma; empty when that is negative, not finite or above 170.
     void createLoGKernel(cv::Mat& kernel, float sigma);
-    // 0, or -100 for an empty src.
+    // 0, or -100 for an empty or unfilterable src or a sigma without a kernel.
     int process(cv::Mat& src, cv::Mat& dst);
 
 private:

@@ -7,6 +7,8 @@ class NoiseRemover {
 public:
     NoiseRemover();
 
+    // The filters below leave dst empty (unless it is src) when OpenCV cannot run them on the
+    // input or parameters: empty images, unsupported pixel types, even or huge kernel sizes.
     void medfilt2(cv::Mat& src, cv::Mat& dst);
     // A non-positive sigma is replaced by its negation, in the member itself.
     void gaussfilt2(cv::Mat& src, cv::Mat& dst);
@@ -14,7 +16,8 @@ public:
     void imopen(cv::Mat& src, cv::Mat& dst);
     void imopen(cv::Mat& src, cv::Mat& dst, cv::Mat kernel);
     void ImgDnSample(cv::Mat& src, cv::Mat& dst);
-    // Reconstruction by dilation; -113 for an empty marker or mask.
+    // Reconstruction by dilation; -113 for an empty marker or mask, or a marker and mask that
+    // differ in size or type.
     int imreconstruct(cv::Mat& marker, cv::Mat& mask, cv::Mat& result);
 
     void setMedfilterSize(int size) { medfilterSize = size; }
