@@ -38,18 +38,6 @@ TEST(ImgBinaryNormal, ThresholdAndScaling) {
     EXPECT_EQ(b.grayimg_normal(empty), -100);
 }
 
-TEST(ImgBinaryThreshold, FixedIsStrictAndOtsuOnlyReports) {
-    ImgBinary b;
-    b.setPars(255.0f, 100.0);
-    cv::Mat img = (cv::Mat_<uchar>(1, 4) << 99, 100, 101, 200), dst;
-    b.image_binary(img, dst);
-    EXPECT_EQ(cv::norm(dst, cv::Mat((cv::Mat_<uchar>(1, 4) << 0, 0, 255, 255)), cv::NORM_INF), 0);
-    const double otsu = b.image_otsu_binary(img, dst);
-    EXPECT_GE(otsu, 101);
-    EXPECT_LT(otsu, 200);
-    EXPECT_EQ(b.getPars(), std::make_pair(255, 100));
-}
-
 struct BlobCase {
     int count, side, status, centroids;
 };
