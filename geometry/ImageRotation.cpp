@@ -1,5 +1,6 @@
 #include "ImageRotation.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -49,9 +50,50 @@ inline unsigned sample(const unsigned char* src, float x, float y, float fw, flo
     return idx < total ? src[idx] : 0u;
 }
 
-// Walks the output rows in groups of four: the four coordinate chains are independent, which
-// hides the latency of the running additions. Each chain performs exactly the additions of the
-// row-by-row walk, so the samples are bit-identical to it.
+#if defined(__clang__) || (defined(__GNUC__) && __GNUC__ >= 9)
+#define QB_VECTOR_WALK 1
+typedef float v4f __attribute__((vector_size(16)));
+typedef int v4i __attribute__((vector_size(16)));
+
+// Columns [lo, hi) where all four rows of a group sample strictly inside the source, away from
+// the rounding edges by more than the drift of the running sums.
+void interiorColumns(const v4f& xs, const v4f& ys, float stepX, float stepY, int W, int H, int& lo,
+                     int& hi) {
+    // Each addition errs by at most half an ulp of a coordinate below W + H.
+    const double margin = 1e-2 + static_cast<double>(W) * (W + H) * std::ldexp(1.0, -22);
+    double from = 0.0, to = W - 1.0;
+    auto keep = [&](double start, double step, double low, double high) {
+        if (step == 0.0) {
+            if (start < low || start > high) to = -1.0;
+            return;
+        }
+        double c1 = (low - start) / step, c2 = (high - start) / step;
+        if (c1 > c2) std::swap(c1, c2);
+        from = std::max(from, c1);
+        to = std::min(to, c2);
+    };
+    for (int i = 0; i < 4; ++i) {
+        keep(xs[i], stepX, margin, W - 0.5 - margin);
+        keep(ys[i], stepY, margin, H - 0.5 - margin);
+    }
+    lo = hi = 0;
+    if (!(from <= to)) return;
+    lo = static_cast<int>(std::ceil(from));
+    hi = std::max(lo, static_cast<int>(std::floor(to)) + 1);
+}
+
+// floor(v + 0.5) for v >= 0, exactly as adding 0.5 in double and truncating: the fraction
+// v - trunc(v) is exact in float.
+inline v4i roundHalfUp(const v4f& v) {
+    const v4i t = __builtin_convertvector(v, v4i);
+    return t - ((v - __builtin_convertvector(t, v4f)) >= 0.5f);
+}
+#endif
+
+// Walks the output rows in groups of four: the four coordinate chains are independent (one
+// vector lane each), and each performs exactly the additions of the row-by-row walk, so the
+// samples are bit-identical to it. Inside the columns where the whole group is surely in bounds
+// the tests are skipped.
 template <class Sink>
 void walkRotation(const unsigned char* src, unsigned short height, unsigned short width,
                   float angle, Sink&& sink) {
@@ -63,6 +105,48 @@ void walkRotation(const unsigned char* src, unsigned short height, unsigned shor
     const float cosa = w.cosa, s = w.s;
     float x0 = w.x0, y0 = w.y0;
     int r = 0;
+#ifdef QB_VECTOR_WALK
+    // Vector indices are int: W * H + W must fit.
+    if (total + W < 0x7fffffffu) {
+        const int itotal = static_cast<int>(total);
+        const v4f stepX = {cosa, cosa, cosa, cosa}, stepY = {s, s, s, s};
+        for (; r + 4 <= H; r += 4) {
+            v4f xs, ys;
+            for (int i = 0; i < 4; ++i) {
+                xs[i] = x0;
+                ys[i] = y0;
+                x0 += s;
+                y0 += cosa;
+            }
+            int lo, hi;
+            interiorColumns(xs, ys, cosa, -s, W, H, lo, hi);
+            unsigned v[4];
+            for (int c = 0; c < W; ++c) {
+                if (c == lo) {
+                    for (; c < hi; ++c) {
+                        const v4i idx = roundHalfUp(ys) * W + roundHalfUp(xs);
+                        for (int i = 0; i < 4; ++i) v[i] = src[idx[i]];
+                        sink.put4(r, c, v);
+                        xs += stepX;
+                        ys -= stepY;
+                    }
+                    if (c == W) break;
+                }
+                v4i in = (xs >= 0.f) & (ys >= 0.f) & (xs < fw) & (ys < fh);
+                // Lanes outside sample pixel 0 and are masked to 0 (NaN-free conversions too).
+                const v4f xc = reinterpret_cast<v4f>(reinterpret_cast<v4i>(xs) & in);
+                const v4f yc = reinterpret_cast<v4f>(reinterpret_cast<v4i>(ys) & in);
+                v4i idx = roundHalfUp(yc) * W + roundHalfUp(xc);
+                in &= idx < itotal;
+                idx &= in;
+                for (int i = 0; i < 4; ++i) v[i] = src[idx[i]] & static_cast<unsigned>(in[i]);
+                sink.put4(r, c, v);
+                xs += stepX;
+                ys -= stepY;
+            }
+        }
+    }
+#endif
     for (; r + 4 <= H; r += 4) {
         float xs[4], ys[4];
         for (int i = 0; i < 4; ++i) {

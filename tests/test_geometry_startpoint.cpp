@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 
+#include "AlgPipeline.h"
 #include "ImageRotation.h"
 #include "PatternRotationCalculation.h"
 #include "ROI_Segment.h"
@@ -205,3 +206,42 @@ TEST_P(GeometryChain, FindsTheCentreDotOfATurnedCode) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rotations, GeometryChain, ::testing::Values(0.0, 25.0, 50.0, 100.0));
+
+// A recognition run on a camera-like image reaches the centre through both angle searches and
+// reports angle, spacing and centre on its debug lines.
+class RecognitionGeometry : public ::testing::TestWithParam<int> {};
+
+TEST_P(RecognitionGeometry, ReportsAngleGapAndCentre) {
+    std::string text = paramsWith("AlgPipeline", "debug", "1");
+    const std::string key = "opencv10Rot: 0";
+    text.replace(text.find(key), key.size(), "opencv10Rot: " + std::to_string(GetParam()));
+    const std::string path = writeFile("geom_recognition.yml", text);
+
+    qbrender::CodeStyle s;
+    s.rotationDeg = 23.0;
+    qbrender::CameraOptions cam;
+    cam.blurSigma = 1.0;
+    cam.noiseSigma = 3.0;
+    cam.clutterBlobs = 4;
+    const std::vector<int> bits = geomtest::denseBits();
+    cv::Mat img = qbrender::renderCamera(bits, s, cam);
+
+    AlgPipeline pipe(path);
+    std::vector<int> out(91, -1);
+    cv::Rect roi;
+    testing::internal::CaptureStdout();
+    const int status = pipe.Pipeline(img.data, img.rows, img.cols, out.data(), 91, "geom", roi);
+    const std::string log = testing::internal::GetCapturedStdout();
+    ASSERT_EQ(status, 0) << log;
+    EXPECT_EQ(out, bits);
+    EXPECT_LE(std::fabs(geomtest::periodDiff(23.0, pipe.lastAngle)), 2.0);
+    const double spacing = s.spacing * 0.6;  // the default downsampling
+    EXPECT_NEAR(pipe.lastGap, spacing, 0.03 * spacing);
+    EXPECT_NE(log.find("Angle is: " + std::to_string(pipe.lastAngle) + "\n"), std::string::npos);
+    EXPECT_NE(log.find("original calculated gap: "), std::string::npos);
+    EXPECT_NE(log.find("centerpoint: [" + std::to_string(pipe.lastCentre.x) + ", " +
+                       std::to_string(pipe.lastCentre.y) + "]\n"),
+              std::string::npos);
+}
+
+INSTANTIATE_TEST_SUITE_P(AngleSearches, RecognitionGeometry, ::testing::Values(0, 1));
