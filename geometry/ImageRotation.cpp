@@ -210,6 +210,12 @@ void ImageRotation::rotate(cv::Mat& src, cv::Mat& dst, float angle) {
         dst.release();
         return;
     }
+    // No turn is defined for a non-finite angle: nothing of the source is covered.
+    if (!std::isfinite(angle)) {
+        dst.create(src.size(), src.type());
+        dst.setTo(cv::Scalar::all(0));
+        return;
+    }
     const cv::Point2f centre(src.cols * 0.5f, src.rows * 0.5f);
     const cv::Mat M = cv::getRotationMatrix2D(centre, angle, 1.0);
     const cv::Size size(src.cols, src.rows);
@@ -236,6 +242,11 @@ void ImageRotation::fast_rotate(cv::Mat src, cv::Mat& dst, float angle) {
 void ImageRotation::fast_rotate_image(unsigned char* dst, const unsigned char* src,
                                       unsigned short height, unsigned short width, float angle) {
     if (dst == nullptr || src == nullptr) return;
+    // Every sample of a non-finite angle fails the bounds test.
+    if (!std::isfinite(angle)) {
+        std::memset(dst, 0, static_cast<size_t>(height) * width);
+        return;
+    }
     walkRotation(src, height, width, angle, ImageSink{dst, width});
 }
 
@@ -243,6 +254,6 @@ void ImageRotation::fast_rotate_project(float* colSums, const unsigned char* src
                                         unsigned short height, unsigned short width, float angle) {
     if (colSums == nullptr) return;
     std::memset(colSums, 0, sizeof(float) * width);
-    if (src == nullptr) return;
+    if (src == nullptr || !std::isfinite(angle)) return;
     walkRotation(src, height, width, angle, SumSink{colSums});
 }

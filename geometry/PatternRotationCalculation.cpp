@@ -8,7 +8,7 @@ int findPeaks(cv::Mat& src, cv::Mat& peaks, float thresh, int width) {
     const int w = width;
     const int N = src.cols;
     // Too short for one full slope window on each side: nothing can qualify.
-    if (w < 1 || N < 2 * w + 2) return 0;
+    if (w < 1 || w > (N - 2) / 2) return 0;
     cv::Mat row;
     if (src.type() == CV_32F)
         row = src.row(0);

@@ -14,6 +14,14 @@ namespace {
 // Templates wider than this exceed every image the 16-bit rotation can handle anyway.
 const double kMaxHalf = 32767.0;
 
+// Half the template side for a spacing, or false when the spacing gives no template.
+bool templateHalf(int layer, float gap, int& half) {
+    const double halfD = (layer + 0.5) * gap + 0.5;
+    if (!(halfD >= 0.0 && halfD <= kMaxHalf) || !(gap > 0.f)) return false;
+    half = static_cast<int>(halfD);
+    return true;
+}
+
 int floatToIntFlag(float v) {
     if (v != v) return 0;
     if (v >= 2147483648.f) return 1;
@@ -39,13 +47,12 @@ int startPoint_cal::initialize() {
 }
 
 void startPoint_cal::generate_pattern_simImg(double angle, float gap, cv::Mat& templ) {
-    const double halfD = (layer + 0.5) * gap + 0.5;
+    int half = 0;
     // No finite, positive spacing: no template (the search then reports -321).
-    if (!(halfD >= 0.0 && halfD <= kMaxHalf) || !(gap > 0.f)) {
+    if (!templateHalf(layer, gap, half)) {
         templ.release();
         return;
     }
-    const int half = static_cast<int>(halfD);
     const int side = 2 * half + 1;
     templ = cv::Mat::zeros(side, side, CV_8U);
 
@@ -91,6 +98,10 @@ int startPoint_cal::findStartPoint_NCC(float& gap, const cv::Mat& image, cv::Mat
     double best = 0.0;
     for (int t = 0; t < 3; ++t) {
         const float g = spacings[t];
+        // The size is known before drawing: a template that cannot fit is never allocated.
+        int half = 0;
+        if (!templateHalf(layer, g, half) || 2 * half + 1 >= grey.rows || 2 * half + 1 >= grey.cols)
+            return -321;
         generate_pattern_simImg(angle, g, templ);
         if (templ.empty() || templ.rows >= grey.rows || templ.cols >= grey.cols) return -321;
 

@@ -91,12 +91,6 @@ INSTANTIATE_TEST_SUITE_P(Degenerate, RoiNoCluster,
                          ::testing::Values(std::vector<float>{}, std::vector<float>{3, 4},
                                            std::vector<float>{0, 0, 10, 0}));
 
-TEST_F(RoiSegment, NullOrEmptyInputsAreHarmless) {
-    EXPECT_EQ(seg.cluster_densityPeaks(nullptr, 5, 2, 72.f, nullptr, nullptr, nullptr, nullptr), 0);
-    EXPECT_EQ(seg.cal_ROI(nullptr, nullptr, 3), cv::Rect());
-    EXPECT_EQ(seg.find_correct_cluster_label(nullptr, 0, 0), 0);
-}
-
 // The region needs eight members; it is widened by rows / 9 and clipped short of the last
 // row and column.
 TEST_F(RoiSegment, SevenMembersGiveNothingEightGiveAClippedBox) {
@@ -167,13 +161,16 @@ TEST_F(RoiSegment, EquallyNearDenserNeighboursResolveToTheHighestIndex) {
     EXPECT_EQ(delta, (std::vector<float>{1.f, 2.f, 2.f}));
 }
 
-TEST_F(RoiSegment, GaussianDensityIsSymmetricAndExcludesSelf) {
-    const std::vector<std::vector<float>> rows = {{0, 0}, {3, 4}};
-    std::vector<float> rho(2, 0.f);
-    std::vector<std::vector<float>> dist(2, std::vector<float>(2, 0.f));
-    EXPECT_FLOAT_EQ(seg.getLocalDensity2(rows, 5.f, rho, dist), 5.f);
-    EXPECT_FLOAT_EQ(rho[0], std::exp(-0.5f));
-    EXPECT_FLOAT_EQ(rho[1], rho[0]);
-    EXPECT_FLOAT_EQ(dist[1][0], 5.f);
-    EXPECT_FLOAT_EQ(dist[0][0], 0.f);
+TEST_F(RoiSegment, NullArraysAndFarOutCoordinatesAreHarmless) {
+    EXPECT_EQ(seg.cluster_densityPeaks(nullptr, 5, 2, 72.f, nullptr, nullptr, nullptr, nullptr), 0);
+    EXPECT_EQ(seg.cal_ROI(nullptr, nullptr, 3), cv::Rect());
+    std::vector<float> pts;
+    for (int i = 0; i < 8; ++i) {
+        pts.push_back(i % 2 ? 1e30f : -1e30f);
+        pts.push_back(i % 3 ? 3e9f : -3e9f);
+    }
+    std::vector<int> labels(8, 0);
+    seg.dataNum = 8;
+    const cv::Rect roi = seg.cal_ROI(pts.data(), labels.data(), 1);
+    EXPECT_EQ(roi, cv::Rect(0, 0, 383, 287));
 }

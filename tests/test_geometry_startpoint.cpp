@@ -10,11 +10,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "AlgPipeline.h"
-#include "ImageRotation.h"
-#include "PatternRotationCalculation.h"
-#include "ROI_Segment.h"
 #include "SystemPara.h"
-#include "gapCalculation.h"
 #include "startPoint_cal.h"
 #include "test_geometry_support.h"
 #include "test_support.h"
@@ -78,6 +74,9 @@ TEST_F(StartPoint, TemplateNotSmallerThanTheImageFails) {
         gap = bad;
         EXPECT_EQ(search(gap, cv::Mat::zeros(200, 200, CV_8U)), -321) << bad;
     }
+    useParams("geom_many_rings.yml", paramsWith("AlgPipeline", "layer", "1000"));
+    gap = 13.0f;
+    EXPECT_EQ(search(gap, cv::Mat::zeros(200, 200, CV_8U)), -321);
 }
 
 TEST_F(StartPoint, WeakMatchResetsTheCentre) {
@@ -150,62 +149,6 @@ TEST_F(StartPoint, DebugLinesAndImages) {
     for (const char* f : {"source1", "template1", "rst1", "template2", "rst2", "template3", "rst3"})
         EXPECT_FALSE(testsupport::readFile(prefix + f + ".bmp").empty()) << f;
 }
-
-// Region of interest, angle, rotation, spacing and centre on a rendered processed/binary pair,
-// as the driver chains them.
-class GeometryChain : public ::testing::TestWithParam<double> {};
-
-TEST_P(GeometryChain, FindsTheCentreDotOfATurnedCode) {
-    const double phi = GetParam(), spacing = 12.0;
-    const cv::Point2d truth(190, 150);  // (x, y)
-    qbrender::CodeStyle s = geomtest::style(phi, spacing, cv::Size(384, 288), truth);
-    const cv::Mat grey = geomtest::renderGrey(s), bin = geomtest::renderBinary(s);
-
-    std::vector<std::vector<cv::Point>> contours;
-    cv::findContours(bin.clone(), contours, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE);
-    std::vector<float> pts;
-    for (const auto& c : contours) {
-        const cv::Moments m = cv::moments(c);
-        pts.push_back(static_cast<float>(m.m10 / m.m00));
-        pts.push_back(static_cast<float>(m.m01 / m.m00));
-    }
-    const int n = static_cast<int>(pts.size() / 2);
-    std::vector<float> rho(n), delta(n);
-    std::vector<int> nneigh(n), labels(n, -1);
-    ROI_Segment seg(bin.rows, bin.cols, 72.f, n, 2);
-    const int k = seg.cluster_densityPeaks(pts.data(), n, 2, 72.f, rho.data(), delta.data(),
-                                           nneigh.data(), labels.data());
-    const cv::Rect roi =
-        k < 1 ? cv::Rect(0, 0, bin.cols, bin.rows) : seg.cal_ROI(pts.data(), labels.data(), k);
-    ASSERT_GT(roi.area(), 0);
-    cv::Mat procRoi = cv::Mat(grey, roi).clone(), binRoi = cv::Mat(bin, roi).clone();
-
-    cv::Mat scores = cv::Mat::zeros(1, 180, CV_32F), table = cv::Mat::zeros(180, 20, CV_32F);
-    const int angle = PatternRotationCalculation().rotationAngleCal(binRoi, scores, table);
-    ImageRotation rot;
-    cv::Mat procRot, binRot;
-    rot.rotate(procRoi, procRot, static_cast<float>(angle));
-    rot.rotate(binRoi, binRot, static_cast<float>(angle));
-    float gap = gapCalculation().gap_cal_M2(scores, table);
-    EXPECT_NEAR(gap, spacing, 0.03 * spacing);
-
-    SystemPara para(QBCODE_DEFAULT_PARAMS);
-    startPoint_cal stage(&para);
-    cv::Mat templ;
-    cv::Point centre;
-    ASSERT_GE(stage.findStartPoint_NCC(gap, binRot, templ, centre, 0.0), 0);
-
-    const cv::Mat M =
-        cv::getRotationMatrix2D(cv::Point2f(binRoi.cols * 0.5f, binRoi.rows * 0.5f), angle, 1.0);
-    const double px = truth.x - roi.x, py = truth.y - roi.y;
-    const double ex = M.at<double>(0, 0) * px + M.at<double>(0, 1) * py + M.at<double>(0, 2);
-    const double ey = M.at<double>(1, 0) * px + M.at<double>(1, 1) * py + M.at<double>(1, 2);
-    // The default file pads the image, which puts the match one pixel past the centre.
-    EXPECT_LE(std::hypot(centre.x - 1 - ex, centre.y - 1 - ey), 1.0)
-        << centre << " vs " << ex << "," << ey;
-}
-
-INSTANTIATE_TEST_SUITE_P(Rotations, GeometryChain, ::testing::Values(0.0, 25.0, 50.0, 100.0));
 
 // A recognition run on a camera-like image reaches the centre through both angle searches and
 // reports angle, spacing and centre on its debug lines.
