@@ -57,10 +57,19 @@ test: build asan photos
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 	cd $(ASAN_BUILD) && ctest --output-on-failure -j $(JOBS)
 
+# Renders a camera-like code with a known payload, reads it back and writes the overlay.
+DEMO_PAYLOAD := c0ffee5eedba5eba11
 demo: build
 	@mkdir -p $(DEMO_DIR)
-	$(BUILD)/tools/qbcode version
-	$(BUILD)/tools/qbcode dots 5
+	@sed -e 's/^   imwriteOverlay:.*/   imwriteOverlay: 1/' \
+	     -e 's|^   savePath: .*|   savePath: "$(CURDIR)/$(DEMO_DIR)/"|' \
+	     SystemParameter/Config/algorithm_parameters_v01.yml > $(DEMO_DIR)/params.yml
+	@$(BUILD)/tools/qbcode version
+	$(BUILD)/tools/qbcode render --payload-hex $(DEMO_PAYLOAD) --camera --rotation 37 \
+	  --spacing 22 --dot 13 --blur 0.8 --noise 3 --seed 7 -o $(DEMO_DIR)/code.png
+	@echo "payload written: $(DEMO_PAYLOAD)"
+	$(BUILD)/tools/qbcode read $(DEMO_DIR)/code.png --params $(DEMO_DIR)/params.yml
+	@echo "overlay: $(DEMO_DIR)/_ori_result.bmp.jpg (grey) and $(DEMO_DIR)/_bin_result.bmp.jpg (binary)"
 
 bench: build
 	$(BUILD)/bench/qbcode_bench --benchmark_min_time=0.2

@@ -1,5 +1,8 @@
 // qbcode read: decodes image files and prints status, bits and box per image.
+#include <chrono>
+#include <cstdint>
 #include <ctime>
+#include <iomanip>
 #include <exception>
 #include <fstream>
 #include <iostream>
@@ -14,6 +17,7 @@
 #include "SystemPara.h"
 #include "commands.h"
 #include "qbcode_hexagon_recognition.h"
+#include "qbcode_render.h"
 
 namespace readcmd {
 
@@ -33,7 +37,16 @@ struct Result {
     int box[4] = {0, 0, 0, 0};
     bool timed = false;
     AlgPipeline::Timings timings;
+    double ms = 0.0;  // wall time of the recognition call
 };
+
+// The free positions of a decoded code as hex bytes, first byte first.
+std::string payloadHex(const std::vector<int>& bits) {
+    std::ostringstream o;
+    for (uint8_t b : qbrender::payloadBytes(bits))
+        o << std::hex << std::setw(2) << std::setfill('0') << static_cast<int>(b);
+    return o.str();
+}
 
 bool readable(const std::string& path) {
     return static_cast<bool>(std::ifstream(path));
@@ -109,9 +122,11 @@ void printText(const Result& r) {
     std::cout << r.image << ": " << r.status << ' ' << statusName(r.status) << std::endl;
     if (r.status == 0) {
         std::cout << "  bits: " << bitString(r.bits) << std::endl;
+        std::cout << "  payload: " << payloadHex(r.bits) << std::endl;
         std::cout << "  box: " << r.box[0] << ' ' << r.box[1] << ' ' << r.box[2] << ' ' << r.box[3]
                   << std::endl;
     }
+    std::cout << "  time: " << r.ms << " ms" << std::endl;
     if (r.timed) {
         const AlgPipeline::Timings& t = r.timings;
         std::cout << "  timings ms: preprocess " << ticksToMs(t.preprocess) << ", roi "
@@ -128,9 +143,11 @@ void printJson(const Result& r, bool last) {
     }
     std::cout << ", \"status\": " << r.status << ", \"name\": " << jsonString(statusName(r.status));
     if (r.status == 0) {
-        std::cout << ", \"bits\": \"" << bitString(r.bits) << "\", \"box\": [" << r.box[0] << ", "
-                  << r.box[1] << ", " << r.box[2] << ", " << r.box[3] << "]";
+        std::cout << ", \"bits\": \"" << bitString(r.bits) << "\", \"payload\": \""
+                  << payloadHex(r.bits) << "\", \"box\": [" << r.box[0] << ", " << r.box[1] << ", "
+                  << r.box[2] << ", " << r.box[3] << "]";
     }
+    std::cout << ", \"ms\": " << r.ms;
     if (r.timed) {
         const AlgPipeline::Timings& t = r.timings;
         std::cout << ", \"timings_ms\": {\"preprocess\": " << ticksToMs(t.preprocess)
@@ -206,6 +223,7 @@ int cmdRead(int argc, char** argv) {
         if (r.loaded) {
             if (!img.isContinuous()) img = img.clone();
             r.bits.assign(static_cast<size_t>(count), 0);
+            const auto t0 = std::chrono::steady_clock::now();
             if (debug) {
                 runTimed(params, img, r);
             } else {
@@ -213,6 +231,8 @@ int cmdRead(int argc, char** argv) {
                     quelbor_hexagon_recognition(img.data, img.rows, img.cols, 0, params.c_str(),
                                                 r.bits.data(), count, r.box, 4);
             }
+            r.ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0)
+                       .count();
         }
         allRead = allRead && r.loaded && r.status == 0;
         if (json)

@@ -289,8 +289,8 @@ Outcome run(const Condition& cond, int images, uint64_t seed, const std::string&
         std::vector<int> bits(91, 0);
         int box[4] = {0, 0, 0, 0};
         const auto t0 = std::chrono::steady_clock::now();
-        const int status = quelbor_hexagon_recognition(s.image.data, s.image.rows, s.image.cols,
-                                                       0, params.c_str(), bits.data(), 91, box, 4);
+        const int status = quelbor_hexagon_recognition(s.image.data, s.image.rows, s.image.cols, 0,
+                                                       params.c_str(), bits.data(), 91, box, 4);
         const auto t1 = std::chrono::steady_clock::now();
         o.ms.push_back(std::chrono::duration<double, std::milli>(t1 - t0).count());
         ++o.images;
@@ -345,8 +345,7 @@ void writePlot(const std::string& path, const std::vector<Condition>& conds,
         std::vector<std::pair<double, double>> pts;
         for (size_t i = 0; i < conds.size(); ++i)
             if (conds[i].axis == axes[a] && outcomes[i].images > 0)
-                pts.emplace_back(conds[i].value,
-                                 100.0 * outcomes[i].exact / outcomes[i].images);
+                pts.emplace_back(conds[i].value, 100.0 * outcomes[i].exact / outcomes[i].images);
         double lo = pts.front().first, hi = pts.front().first;
         for (auto& p : pts) lo = std::min(lo, p.first), hi = std::max(hi, p.first);
         if (hi == lo) hi = lo + 1;
@@ -360,9 +359,9 @@ void writePlot(const std::string& path, const std::vector<Condition>& conds,
         }
         cv::Point prev(-1, -1);
         for (auto& p : pts) {
-            const cv::Point q(area.x + static_cast<int>((p.first - lo) / (hi - lo) * area.width),
-                              area.y + area.height -
-                                  static_cast<int>(p.second / 100.0 * area.height));
+            const cv::Point q(
+                area.x + static_cast<int>((p.first - lo) / (hi - lo) * area.width),
+                area.y + area.height - static_cast<int>(p.second / 100.0 * area.height));
             if (prev.x >= 0) cv::line(plot, prev, q, cv::Scalar(200, 80, 0), 2, cv::LINE_AA);
             cv::circle(plot, q, 3, cv::Scalar(0, 0, 200), -1, cv::LINE_AA);
             std::ostringstream lab;
@@ -436,23 +435,23 @@ int main(int argc, char** argv) {
     std::vector<Outcome> outcomes;
     std::ofstream csv(outDir + "/accuracy.csv");
     csv << "condition,set,images,exact_rate,wrong_rate,median_ms,statuses\n";
-    std::cout << std::left << std::setw(26) << "condition" << std::setw(9) << "set"
-              << std::right << std::setw(7) << "images" << std::setw(10) << "decode%"
-              << std::setw(9) << "wrong%" << std::setw(10) << "med ms" << "  statuses\n";
+    std::cout << std::left << std::setw(26) << "condition" << std::setw(9) << "set" << std::right
+              << std::setw(7) << "images" << std::setw(10) << "decode%" << std::setw(9) << "wrong%"
+              << std::setw(10) << "med ms"
+              << "  statuses\n";
     bool ok = true;
     for (const auto& c : conds) {
         const int n = c.set == "nominal" && !quick ? images * 5 : images;
         Outcome o = run(c, n, seed, params, outDir + "/failed", 3);
         const double exact = 100.0 * o.exact / o.images;
         const double wrong = 100.0 * o.wrong / o.images;
-        const double falseReads = c.set == "nocode" && o.statuses.count(0)
-                                      ? 100.0 * o.statuses.at(0) / o.images
-                                      : 0.0;
+        const double falseReads =
+            c.set == "nocode" && o.statuses.count(0) ? 100.0 * o.statuses.at(0) / o.images : 0.0;
         std::cout << std::left << std::setw(26) << c.name << std::setw(9) << c.set << std::right
-                  << std::setw(7) << o.images << std::fixed << std::setprecision(1)
-                  << std::setw(10) << (c.set == "nocode" ? 100.0 - falseReads : exact)
-                  << std::setw(9) << (c.set == "nocode" ? falseReads : wrong) << std::setw(10)
-                  << median(o.ms) << "  " << histogram(o.statuses) << "\n";
+                  << std::setw(7) << o.images << std::fixed << std::setprecision(1) << std::setw(10)
+                  << (c.set == "nocode" ? 100.0 - falseReads : exact) << std::setw(9)
+                  << (c.set == "nocode" ? falseReads : wrong) << std::setw(10) << median(o.ms)
+                  << "  " << histogram(o.statuses) << "\n";
         csv << '"' << c.name << "\"," << c.set << ',' << o.images << ','
             << (c.set == "nocode" ? 0.0 : exact / 100.0) << ','
             << (c.set == "nocode" ? falseReads : wrong) / 100.0 << ',' << median(o.ms) << ",\""
