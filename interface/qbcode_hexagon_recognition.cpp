@@ -1,8 +1,6 @@
 #include "qbcode_hexagon_recognition.h"
 
-#include <cmath>
 #include <cstring>
-#include <limits>
 #include <exception>
 #include <iostream>
 #include <string>
@@ -26,15 +24,6 @@ std::string pathFrom(const char* param_path) {
     return std::string(param_path);
 }
 
-// (int) truncation; a non-finite or out-of-range value (a zero or broken DnRatio) saturates
-// instead of being undefined.
-int truncToInt(float v) {
-    if (std::isnan(v)) return 0;
-    if (v >= 2147483648.0f) return std::numeric_limits<int>::max();
-    if (v <= -2147483648.0f) return std::numeric_limits<int>::min();
-    return static_cast<int>(v);
-}
-
 }  // namespace
 
 extern "C" int get_dots_num(int layers) {
@@ -45,7 +34,8 @@ extern "C" int get_dots_num(int layers) {
 
 extern "C" void get_version(char* buffer, int length) {
     if (buffer == nullptr || length <= 0) return;
-    std::memcpy(buffer, kBanner, static_cast<size_t>(length < kBannerLength ? length : kBannerLength));
+    std::memcpy(buffer, kBanner,
+                static_cast<size_t>(length < kBannerLength ? length : kBannerLength));
 }
 
 extern "C" int quelbor_hexagon_recognition(unsigned char* image, int rows, int cols,
@@ -79,10 +69,6 @@ extern "C" int quelbor_hexagon_recognition(unsigned char* image, int rows, int c
         status = kInternalError;
     }
 
-    const float scale = static_cast<float>(sysPara.DnRatio);
-    box[0] = truncToInt(static_cast<float>(rect.x + 22) / scale);
-    box[1] = truncToInt(static_cast<float>(rect.y + 22) / scale);
-    box[2] = truncToInt(static_cast<float>(rect.width - 44) / scale);
-    box[3] = truncToInt(static_cast<float>(rect.height - 44) / scale);
+    AlgPipeline::toInputBox(rect, sysPara.DnRatio, box);
     return status;
 }

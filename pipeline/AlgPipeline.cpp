@@ -1,6 +1,8 @@
 #include "AlgPipeline.h"
 
+#include <cmath>
 #include <ctime>
+#include <limits>
 #include <iostream>
 
 #include <opencv2/imgproc.hpp>
@@ -17,6 +19,13 @@
 #include "startPoint_cal.h"
 
 namespace {
+
+int truncToInt(float v) {
+    if (std::isnan(v)) return 0;
+    if (v >= 2147483648.0f) return std::numeric_limits<int>::max();
+    if (v <= -2147483648.0f) return std::numeric_limits<int>::min();
+    return static_cast<int>(v);
+}
 
 int dotsForLayers(int layers) {
     if (layers <= 0) return 1;
@@ -49,6 +58,14 @@ int AlgPipeline::Initialize() {
     layer = para->layer;
     dotsNum = dotsForLayers(layer);
     return 0;
+}
+
+void AlgPipeline::toInputBox(const cv::Rect& rect, double dnRatio, int* box) {
+    const float scale = static_cast<float>(dnRatio);
+    box[0] = truncToInt(static_cast<float>(rect.x + 22) / scale);
+    box[1] = truncToInt(static_cast<float>(rect.y + 22) / scale);
+    box[2] = truncToInt(static_cast<float>(rect.width - 44) / scale);
+    box[3] = truncToInt(static_cast<float>(rect.height - 44) / scale);
 }
 
 void AlgPipeline::timing(const char* label, clock_t since) const {
@@ -123,9 +140,9 @@ int AlgPipeline::runStages(cv::Mat& input, int* bits, int count, const std::stri
         roiNearest.assign(n, 0);
         roiLabel.assign(n, -1);
         ROI_Segment segment(processed.rows, processed.cols, dc, n, 2);
-        const int k = segment.cluster_densityPeaks(roiCoords.data(), n, 2, dc, roiRho.data(),
-                                                   roiDelta.data(), roiNearest.data(),
-                                                   roiLabel.data());
+        const int k =
+            segment.cluster_densityPeaks(roiCoords.data(), n, 2, dc, roiRho.data(), roiDelta.data(),
+                                         roiNearest.data(), roiLabel.data());
         cv::Rect region;
         if (k < 1) {
             region = cv::Rect(0, 0, processed.cols, processed.rows);
@@ -244,8 +261,8 @@ int AlgPipeline::runStages(cv::Mat& input, int* bits, int count, const std::stri
 
     // 6. Tracking and decoding.
     const clock_t start3 = clock();
-    Hexagon_Dots_tracking tracker(para.get(), static_cast<double>(gap), centre.x, centre.y,
-                                  layer, 255.0);
+    Hexagon_Dots_tracking tracker(para.get(), static_cast<double>(gap), centre.x, centre.y, layer,
+                                  255.0);
     tracker.imgName = imgName;
     cv::Mat patArr, boxes;
     if (keepImages) {
@@ -300,16 +317,16 @@ void AlgPipeline::putonOverlay(cv::Mat& overlay, cv::Mat& overlayBin, const cv::
             if (!overlayBin.empty())
                 cv::rectangle(overlayBin, cv::Point(x1, y1), cv::Point(x2, y2),
                               cv::Scalar(255, 0, 0), 1, 8, 0);
-            cv::rectangle(overlay, cv::Point(x1, y1), cv::Point(x2, y2), cv::Scalar(50, 200, 50),
-                          2, 8, 0);
+            cv::rectangle(overlay, cv::Point(x1, y1), cv::Point(x2, y2), cv::Scalar(50, 200, 50), 2,
+                          8, 0);
             cv::putText(overlay, label, cv::Point(cx - 3, cy + 3), 1, 1.5,
                         cv::Scalar(200, 200, 200), 1, 8, false);
             cv::circle(overlay, cv::Point(cx, cy), 2, cv::Scalar(0, 255, 20), 2, 8, 0);
         } else {
-            cv::rectangle(overlay, cv::Point(x1, y1), cv::Point(x2, y2), cv::Scalar(50, 50, 200),
-                          2, 8, 0);
-            cv::putText(overlay, label, cv::Point(cx - 3, cy + 3), 1, 1.5,
-                        cv::Scalar(255, 30, 30), 1, 8, false);
+            cv::rectangle(overlay, cv::Point(x1, y1), cv::Point(x2, y2), cv::Scalar(50, 50, 200), 2,
+                          8, 0);
+            cv::putText(overlay, label, cv::Point(cx - 3, cy + 3), 1, 1.5, cv::Scalar(255, 30, 30),
+                        1, 8, false);
         }
     }
 }

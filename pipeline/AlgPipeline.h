@@ -29,6 +29,9 @@ public:
     void assign_coordinates(std::vector<cv::Point2f>& points, float* out, int count);
     // -502 when the bit matrix holds fewer than count values or bits is null.
     int assign_patArr(cv::Mat& patArr, int* bits, int count);
+    // The host's box from the driver's rectangle: 22 pixels in on every side, then scaled back
+    // by the downsampling ratio (truncated; a broken ratio saturates instead of overflowing).
+    static void toInputBox(const cv::Rect& rect, double dnRatio, int* box);
     void putonOverlay(cv::Mat& overlay, cv::Mat& overlayBin, const cv::Mat& boxes,
                       const cv::Mat& values, double scale);
 
@@ -79,7 +82,7 @@ public:
     cv::Mat lastBits;    // 1 x dotsNum, CV_64F
 
 private:
-    int runStages(cv::Mat& input, int* bits, int count, const std::string& imgName,
-                  cv::Rect& roi, clock_t start0);
+    int runStages(cv::Mat& input, int* bits, int count, const std::string& imgName, cv::Rect& roi,
+                  clock_t start0);
     void timing(const char* label, clock_t since) const;
 };

@@ -195,12 +195,22 @@ TEST_F(ReadCommand, PrintsStatusBitsAndBox) {
     const Outcome o = readCmd({image, "--params", params});
     ASSERT_EQ(o.status, 0) << o.out << o.err;
     std::istringstream lines(o.out);
-    std::string first, bits, box;
+    std::string first, bits, payload, box, time;
     std::getline(lines, first);
     std::getline(lines, bits);
+    std::getline(lines, payload);
     std::getline(lines, box);
+    std::getline(lines, time);
     EXPECT_EQ(first, image + ": 0 ok");
     EXPECT_EQ(bits, "  bits: " + bitsOf(code()));
+    std::string hex;
+    for (uint8_t b : qbrender::payloadBytes(code())) {
+        char two[3];
+        std::snprintf(two, sizeof two, "%02x", b);
+        hex += two;
+    }
+    EXPECT_EQ(payload, "  payload: " + hex);
+    EXPECT_EQ(time.rfind("  time: ", 0), 0u) << time;
     int x, y, w, h;
     ASSERT_EQ(std::sscanf(box.c_str(), "  box: %d %d %d %d", &x, &y, &w, &h), 4) << box;
     EXPECT_LT(x, 320 - 100);
@@ -215,7 +225,7 @@ TEST_F(ReadCommand, JsonAndTimings) {
     EXPECT_EQ(o.out.rfind("[\n  {\"image\": \"" + image +
                               "\", \"status\": 0, \"name\": \"ok\", "
                               "\"bits\": \"" +
-                              bitsOf(code()) + "\", \"box\": [",
+                              bitsOf(code()) + "\", \"payload\": \"",
                           0),
               0u)
         << o.out;
@@ -227,7 +237,14 @@ TEST_F(ReadCommand, JsonAndTimings) {
     EXPECT_NE(text.out.find("  timings ms: preprocess "), std::string::npos);
     // Timed runs go through the driver; the box must still be in input pixels.
     const Outcome plain = readCmd({image, "--params", params});
-    EXPECT_EQ(text.out.substr(0, text.out.find("  timings")), plain.out);
+    auto withoutTime = [](const std::string& out) {
+        std::istringstream in(out);
+        std::string line, kept;
+        while (std::getline(in, line))
+            if (line.rfind("  time: ", 0) != 0) kept += line + "\n";
+        return kept;
+    };
+    EXPECT_EQ(withoutTime(text.out.substr(0, text.out.find("  timings"))), withoutTime(plain.out));
 }
 
 TEST_F(ReadCommand, FailuresSetTheExitStatus) {
@@ -249,7 +266,7 @@ TEST_F(ReadCommand, FailuresSetTheExitStatus) {
         writeFile("cli_broken.yml", testsupport::paramsWithout("AlgPipeline", "dc"));
     o = readCmd({image, "--params", broken});
     EXPECT_EQ(o.status, 1);
-    EXPECT_EQ(o.out, image + ": -600 config\n");
+    EXPECT_EQ(o.out.rfind(image + ": -600 config\n  time: ", 0), 0u) << o.out;
 }
 
 TEST_F(ReadCommand, BadArgumentsAreUsageErrors) {
@@ -278,7 +295,7 @@ TEST_F(ReadCommand, PrefersTheParameterFileInTheWorkingDirectory) {
     std::remove("algorithm_parameters_v01.yml");
     const Outcome fallback = readCmd({image});
     ASSERT_EQ(chdir(here), 0);
-    EXPECT_EQ(local.out, image + ": -600 config\n");
+    EXPECT_EQ(local.out.rfind(image + ": -600 config\n  time: ", 0), 0u) << local.out;
     EXPECT_EQ(fallback.status, 0) << fallback.out;
 }
 

@@ -1,5 +1,10 @@
 // The exported C entry points: checks, console lines and box arithmetic.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -65,18 +70,26 @@ TEST_F(EntryPoint, UnreadableFileExpectsOneDotAndFailsInTheDriver) {
 }
 
 TEST_F(EntryPoint, NullPathThrowsTheStandardLogicError) {
-    EXPECT_THROW(quelbor_hexagon_recognition(image.data(), 480, 640, 0, nullptr, bits.data(), 91,
-                                             box, 4),
-                 std::logic_error);
+    EXPECT_THROW(
+        quelbor_hexagon_recognition(image.data(), 480, 640, 0, nullptr, bits.data(), 91, box, 4),
+        std::logic_error);
 }
 
 TEST_F(EntryPoint, EmptyPathReadsTheFileInTheWorkingDirectory) {
-    // The tests run in their scratch folder; a layer-2 file there expects 19 bits.
-    writeFile("algorithm_parameters_v01.yml", paramsWith("AlgPipeline", "layer", "2"));
+    // A folder of its own, so that no other test sees the layer-2 file.
+    char here[4096];
+    ASSERT_NE(getcwd(here, sizeof(here)), nullptr);
+    const std::string dir = testsupport::tmpPath("entry_cwd");
+    mkdir(dir.c_str(), 0755);
+    ASSERT_EQ(chdir(dir.c_str()), 0);
+    std::ofstream("algorithm_parameters_v01.yml") << paramsWith("AlgPipeline", "layer", "2");
     testing::internal::CaptureStdout();
-    EXPECT_EQ(call(91, 4, ""), -3);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "dot number19\nbits array len should be 19\n");
+    const int status = call(91, 4, "");
+    const std::string out = testing::internal::GetCapturedStdout();
+    std::remove("algorithm_parameters_v01.yml");
+    ASSERT_EQ(chdir(here), 0);
+    EXPECT_EQ(status, -3);
+    EXPECT_EQ(out, "dot number19\nbits array len should be 19\n");
 }
 
 // A failed run leaves the rectangle at zero; the box still gets the 22-pixel margin.
@@ -105,28 +118,27 @@ std::string boxCaseName(const ::testing::TestParamInfo<BoxCase>& info) {
     return name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Ratios, FailedRunBox,
-                         ::testing::Values(BoxCase{"0.5", {44, 44, -88, -88}},
-                                           BoxCase{"0.6", {36, 36, -73, -73}},
-                                           BoxCase{"1.0", {22, 22, -44, -44}},
-                                           BoxCase{"0.0", {2147483647, 2147483647,
-                                                           -2147483647 - 1, -2147483647 - 1}}),
-                         boxCaseName);
+INSTANTIATE_TEST_SUITE_P(
+    Ratios, FailedRunBox,
+    ::testing::Values(BoxCase{"0.5", {44, 44, -88, -88}}, BoxCase{"0.6", {36, 36, -73, -73}},
+                      BoxCase{"1.0", {22, 22, -44, -44}},
+                      BoxCase{"0.0", {2147483647, 2147483647, -2147483647 - 1, -2147483647 - 1}}),
+    boxCaseName);
 
 TEST_F(EntryPoint, BadImagesGetANegativeStatusNotACrash) {
     testing::internal::CaptureStdout();
-    EXPECT_LT(quelbor_hexagon_recognition(nullptr, 480, 640, 0, params.c_str(), bits.data(), 91,
+    EXPECT_LT(
+        quelbor_hexagon_recognition(nullptr, 480, 640, 0, params.c_str(), bits.data(), 91, box, 4),
+        0);
+    EXPECT_LT(quelbor_hexagon_recognition(image.data(), -5, 640, 0, params.c_str(), bits.data(), 91,
                                           box, 4),
               0);
-    EXPECT_LT(quelbor_hexagon_recognition(image.data(), -5, 640, 0, params.c_str(), bits.data(),
-                                          91, box, 4),
-              0);
-    EXPECT_LT(quelbor_hexagon_recognition(image.data(), 0, 0, 0, params.c_str(), bits.data(), 91,
-                                          box, 4),
-              0);
-    EXPECT_EQ(quelbor_hexagon_recognition(image.data(), 480, 640, 0, params.c_str(), nullptr, 91,
-                                          box, 4),
-              -3);
+    EXPECT_LT(
+        quelbor_hexagon_recognition(image.data(), 0, 0, 0, params.c_str(), bits.data(), 91, box, 4),
+        0);
+    EXPECT_EQ(
+        quelbor_hexagon_recognition(image.data(), 480, 640, 0, params.c_str(), nullptr, 91, box, 4),
+        -3);
     EXPECT_EQ(quelbor_hexagon_recognition(image.data(), 480, 640, 0, params.c_str(), bits.data(),
                                           91, nullptr, 4),
               -4);
@@ -135,7 +147,9 @@ TEST_F(EntryPoint, BadImagesGetANegativeStatusNotACrash) {
 
 class DotsNum : public ::testing::TestWithParam<std::pair<int, int>> {};
 
-TEST_P(DotsNum, CountsRings) { EXPECT_EQ(get_dots_num(GetParam().first), GetParam().second); }
+TEST_P(DotsNum, CountsRings) {
+    EXPECT_EQ(get_dots_num(GetParam().first), GetParam().second);
+}
 
 INSTANTIATE_TEST_SUITE_P(Layers, DotsNum,
                          ::testing::Values(std::make_pair(-1, 1), std::make_pair(0, 1),

