@@ -18,20 +18,31 @@ struct Key {
 };
 
 const Key kKeys[] = {
-    {"AlgPipeline", "dc"},           {"AlgPipeline", "layer"},
-    {"AlgPipeline", "ctpointFlag"},  {"AlgPipeline", "opencv10Rot"},
-    {"ImageProcess", "DnRatio"},     {"ImageProcess", "HessianScale"},
-    {"ImageProcess", "LogScale"},    {"ImageProcess", "Sensitivity"},
-    {"ImageProcess", "imgPreROI"},   {"ImageProcess", "imgSizeRestrict"},
-    {"PatternFeatures", "gapDelta"}, {"PatternFeatures", "img_padding"},
-    {"DotsTracking", "boxRatio"},    {"PatternRotation", "RotationNum"},
-    {"PatternRotation", "filterWidth"}, {"PatternRotation", "PeakThresh"},
+    {"AlgPipeline", "dc"},
+    {"AlgPipeline", "layer"},
+    {"AlgPipeline", "ctpointFlag"},
+    {"AlgPipeline", "opencv10Rot"},
+    {"ImageProcess", "DnRatio"},
+    {"ImageProcess", "HessianScale"},
+    {"ImageProcess", "LogScale"},
+    {"ImageProcess", "Sensitivity"},
+    {"ImageProcess", "imgPreROI"},
+    {"ImageProcess", "imgSizeRestrict"},
+    {"PatternFeatures", "gapDelta"},
+    {"PatternFeatures", "img_padding"},
+    {"DotsTracking", "boxRatio"},
+    {"PatternRotation", "RotationNum"},
+    {"PatternRotation", "filterWidth"},
+    {"PatternRotation", "PeakThresh"},
 };
 
 const char* const kValues[] = {
-    "0", "-1", "1", "2", "3", "5", "0.5", "1e-30", "1e30", "-0.6", ".nan", ".inf", "-.inf",
-    "2147483647", "-2147483648", "0.01", "4.0", "[]", "[0.0]", "[-2.0, 3.0]", "[8.0]",
-    "[0.4, 100.0]", "[1e9]", "\"text\"", "[2.0, 3.0]", "0.6",
+    "0",     "-1",           "1",     "2",          "3",
+    "5",     "0.5",          "1e-30", "1e30",       "-0.6",
+    ".nan",  ".inf",         "-.inf", "2147483647", "-2147483648",
+    "0.01",  "4.0",          "[]",    "[0.0]",      "[-2.0, 3.0]",
+    "[8.0]", "[0.4, 100.0]", "[1e9]", "\"text\"",   "[2.0, 3.0]",
+    "0.6",
 };
 
 std::string sectionText(const std::string& yaml, const std::string& section, const std::string& key,

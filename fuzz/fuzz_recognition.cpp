@@ -21,7 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (size_t i = 0; i + 1 < image.size(); ++i) image[i] = payload ? data[4 + i % payload] : 0;
     std::vector<int> bits(91);
     int box[4];
-    quelbor_hexagon_recognition(image.data(), rows, cols, 0, QBCODE_DEFAULT_PARAMS, bits.data(),
-                                91, box, 4);
+    quelbor_hexagon_recognition(image.data(), rows, cols, 0, QBCODE_DEFAULT_PARAMS, bits.data(), 91,
+                                box, 4);
     return 0;
 }
