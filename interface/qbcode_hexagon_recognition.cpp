@@ -28,8 +28,9 @@ std::string pathFrom(const char* param_path) {
 
 extern "C" int get_dots_num(int layers) {
     if (layers < 0) return 1;
-    const long long n = 1 + 3LL * layers * (layers + 1);
-    return n > 0x7fffffffLL ? 0x7fffffff : static_cast<int>(n);
+    // From 26755 rings on the count no longer fits an int; it saturates.
+    if (layers > 26754) return 0x7fffffff;
+    return static_cast<int>(1 + 3LL * layers * (layers + 1));
 }
 
 extern "C" void get_version(char* buffer, int length) {

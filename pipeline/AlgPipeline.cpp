@@ -14,6 +14,7 @@
 #include "PatternRotationCalculation.h"
 #include "ROI_Segment.h"
 #include "WriteData.h"
+#include "qbcode_hexagon_recognition.h"
 #include "gapCalculation.h"
 #include "rotationAngleCal_C.h"
 #include "startPoint_cal.h"
@@ -25,12 +26,6 @@ int truncToInt(float v) {
     if (v >= 2147483648.0f) return std::numeric_limits<int>::max();
     if (v <= -2147483648.0f) return std::numeric_limits<int>::min();
     return static_cast<int>(v);
-}
-
-int dotsForLayers(int layers) {
-    if (layers <= 0) return 1;
-    const long long n = 1 + 3LL * layers * (layers + 1);
-    return n > 0x7fffffffLL ? 0x7fffffff : static_cast<int>(n);
 }
 
 }  // namespace
@@ -56,7 +51,7 @@ int AlgPipeline::Initialize() {
     isOnlineReg = para->isOnlineReg;
     dc = para->dc;
     layer = para->layer;
-    dotsNum = dotsForLayers(layer);
+    dotsNum = get_dots_num(layer);
     return 0;
 }
 

@@ -155,8 +155,10 @@ INSTANTIATE_TEST_SUITE_P(Layers, DotsNum,
                          ::testing::Values(std::make_pair(-1, 1), std::make_pair(0, 1),
                                            std::make_pair(1, 7), std::make_pair(2, 19),
                                            std::make_pair(3, 37), std::make_pair(4, 61),
-                                           std::make_pair(5, 91),
-                                           std::make_pair(1 << 20, 2147483647)));
+                                           std::make_pair(5, 91), std::make_pair(26754, 2147409811),
+                                           std::make_pair(26755, 2147483647),
+                                           std::make_pair(1 << 20, 2147483647),
+                                           std::make_pair(2147483647, 2147483647)));
 
 TEST(Version, CopiesAtMostTheBannerAndNeverTerminates) {
     char buf[64];
