@@ -1,7 +1,6 @@
 // Blob analysis: configuration, histogram, intensity, probes and the grid matching.
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -48,7 +47,6 @@ TEST_F(Blobs, RefusesMissingConfigurationAndUnusableInput) {
     EXPECT_EQ(analyse(bin, row(3), negative), -505);
     EXPECT_EQ(analyse(bin, row(3), cv::Mat::zeros(40, 81, CV_8U)), -505);
     EXPECT_EQ(analyse(bin, row(1)), -505);
-    EXPECT_EQ(analyse(cv::Mat(), row(3)), -505);
     EXPECT_EQ(analyse(bin, cv::Mat::zeros(3, 3, CV_64F)), -505);
     // Positions far outside the image, or not numbers, are skipped.
     cv::Mat far = row(3);
@@ -68,7 +66,7 @@ TEST_F(Blobs, HistogramAndIntensity) {
 
     cv::Mat dots = cv::Mat::zeros(2, 10, CV_32F), grey(2, 10, CV_8U);
     for (int i = 0; i < 10; ++i) grey.at<uchar>(0, i) = static_cast<uchar>(i + 1);
-    dots.row(0).setTo(4);
+    dots.row(0).setTo(4);  // label 4 over grey 1..10, label 5 on one pixel
     dots.at<float>(1, 3) = 5;
     EXPECT_DOUBLE_EQ(blobs.dotIntensityCal(dots, grey, 4), (10 + 9 + 8 + 7 + 6 + 5 + 4) / 7.0);
     EXPECT_TRUE(std::isnan(blobs.dotIntensityCal(dots, grey, 5)));  // one pixel
@@ -121,21 +119,6 @@ TEST_F(Blobs, DegenerateBlobsAndRepeatedRuns) {
     ASSERT_GE(analyse(bin, row(2, 31)), 0);
     EXPECT_NE(blobs.dots.back()->centroid, first);
     EXPECT_EQ(*first, *blobs.dots.back()->centroid);  // still readable
-}
-
-TEST_F(Blobs, DebugImageIsWrittenUnderItsOwnName) {
-    std::string text = testsupport::paramsWith("BlobAnalysis", "isWriteImg", "1");
-    const size_t at = text.find("savePath", text.find("BlobAnalysis:"));
-    text.replace(at, text.find('\n', at) - at, "savePath: \"" + testsupport::tmpPath("") + "\"");
-    SystemPara writing(testsupport::writeFile("blob_write.yml", text));
-    BlobAnalysis debug(&writing, "unit");
-    cv::Mat bin = cv::Mat::zeros(40, 60, CV_8U);
-    cv::circle(bin, cv::Point(20, 20), 5, 255, cv::FILLED);
-    const std::string out = testsupport::tmpPath("printQaullity_unit.jpg");
-    std::remove(out.c_str());
-    DotAttribute r[2];
-    EXPECT_EQ(debug.blob_analysis(bin, bin, row(2), {&r[0], &r[1]}), 1);
-    EXPECT_FALSE(testsupport::readFile(out).empty());
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include "BlobAnalysis.h"
 #include "bwlabel1.h"
 
 namespace {
@@ -24,54 +23,35 @@ cv::Mat picture(const std::string& text) {
     return m;
 }
 
-struct LabelCase {
-    const char* name;
-    const char* image;
-    int regions;
-    const char* labels;
-};
-
-class Bwlabel1 : public ::testing::TestWithParam<LabelCase> {};
-
-TEST_P(Bwlabel1, LabelsRegionsFromTheSeedWindow) {
-    const LabelCase& c = GetParam();
-    cv::Mat dst, viaMember;
-    EXPECT_EQ(bwlabel1(picture(c.image), dst, 255.0), c.regions);
-    EXPECT_EQ(cv::norm(dst, picture(c.labels), cv::NORM_INF), 0.0) << dst;
-    BlobAnalysis blobs;
-    EXPECT_EQ(blobs.bwlabel1(picture(c.image), viaMember, 255.0), c.regions);
-    EXPECT_EQ(cv::norm(dst, viaMember, cv::NORM_INF), 0.0);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, Bwlabel1,
-    ::testing::Values(LabelCase{"TooSmallIsAPlainCopy", "###/#.#/###", 0, "###/#.#/###"},
-                      LabelCase{"DiagonalNeighboursAreTwoRegions", "...../.#.../..#../...../.....",
-                                2, "...../.1.../..2../...../....."},
-                      LabelCase{"LastTwoRowsHoldNoSeed", "...../...../...../.##../.##.#", 0,
-                                "...../...../...../.##../.##.#"},
-                      // The fill runs into the border rows and columns without leaving the image.
-                      LabelCase{"FillReachesEveryBorder", "#####/#####/#####/#####", 1,
-                                "11111/11111/11111/11111"}),
-    [](const ::testing::TestParamInfo<LabelCase>& info) { return std::string(info.param.name); });
-
-TEST(Bwlabel1Input, RejectsEmptyAndNonByteImages) {
-    cv::Mat dst;
-    EXPECT_EQ(bwlabel1(cv::Mat(), dst, 255.0), -1);
-    EXPECT_EQ(bwlabel1(cv::Mat::zeros(8, 8, CV_32F), dst, 255.0), -1);
-    EXPECT_EQ(bwlabel1(cv::Mat::zeros(8, 8, CV_8UC3), dst, 255.0), -1);
+// Seeds come from the window that skips the outer row and column and the last two rows; the
+// fill itself runs into every border without leaving the image.
+TEST(Bwlabel1, LabelsRegionsFromTheSeedWindow) {
+    const struct {
+        const char *image, *labels;
+        int regions;
+    } cases[] = {{"###/#.#/###", "###/#.#/###", 0},  // too small: a plain copy
+                 {"...../.#.../..#../...../.....", "...../.1.../..2../...../.....", 2},
+                 {"...../...../...../.##../.##.#", "...../...../...../.##../.##.#", 0},
+                 {"#####/#####/#####/#####", "11111/11111/11111/11111", 1}};
+    for (const auto& c : cases) {
+        cv::Mat dst;
+        EXPECT_EQ(bwlabel1(picture(c.image), dst, 255.0), c.regions) << c.image;
+        EXPECT_EQ(cv::norm(dst, picture(c.labels), cv::NORM_INF), 0.0) << c.image << dst;
+    }
 }
 
 // Labels wrap modulo 256: the 255th region looks unlabelled and the 256th becomes 0. A larger
 // region labelled 255 keeps matching the value, so its fill must still end; its lower pixel
 // is then seeded again as label 256 (0).
-TEST(Bwlabel1Input, LabelsWrapAtTheByte) {
+TEST(Bwlabel1Input, RefusesNonByteImagesAndLabelsWrapAtTheByte) {
     cv::Mat img = cv::Mat::zeros(49, 52, CV_8UC1);
     std::vector<cv::Point> seeds;
     for (int r = 1; r <= img.rows - 3; r += 3)
         for (int c = 1; c <= img.cols - 3; c += 3) seeds.emplace_back(c, r);
     for (const cv::Point& p : seeds) img.at<uchar>(p) = 255;
     cv::Mat dst;
+    EXPECT_EQ(bwlabel1(cv::Mat(), dst, 255.0), -1);
+    EXPECT_EQ(bwlabel1(cv::Mat::zeros(8, 8, CV_32F), dst, 255.0), -1);
     EXPECT_EQ(bwlabel1(img, dst, 255.0), static_cast<int>(seeds.size()));
     EXPECT_EQ(dst.at<uchar>(seeds[253]), 254);
     EXPECT_EQ(dst.at<uchar>(seeds[254]), 255);
