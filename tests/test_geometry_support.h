@@ -28,16 +28,17 @@ inline qbrender::CodeStyle style(double rotationDeg, double spacing, cv::Size si
     return s;
 }
 
-inline cv::Mat renderGrey(const qbrender::CodeStyle& s,
-                          const std::vector<int>& bits = denseBits()) {
-    return qbrender::renderCode(bits, s);
-}
-
 inline cv::Mat renderBinary(const qbrender::CodeStyle& s,
                             const std::vector<int>& bits = denseBits()) {
     cv::Mat bin;
-    cv::threshold(renderGrey(s, bits), bin, 128, 255, cv::THRESH_BINARY);
+    cv::threshold(qbrender::renderCode(bits, s), bin, 128, 255, cv::THRESH_BINARY);
     return bin;
+}
+
+// Same size, type and values.
+inline bool sameMat(const cv::Mat& a, const cv::Mat& b) {
+    return a.size() == b.size() && a.type() == b.type() &&
+           (a.empty() || cv::norm(a, b, cv::NORM_INF) == 0);
 }
 
 // Signed difference of two grid directions modulo the hexagon's 60-degree period, in -30..30.
