@@ -91,6 +91,7 @@ int AlgPipeline::Pipeline(unsigned char* image, int rows, int cols, int* bits, i
     const clock_t start0 = clock();
     timings = Timings();
     lastOrientation = -1;
+    lastInputUpright.release();
     const int init = Initialize();
     if (init < 0) return init;
 
@@ -149,6 +150,12 @@ int AlgPipeline::runStages(cv::Mat& input, int* bits, int count, const std::stri
                 return -201;
         }
         roi = region;
+        if (keepImages) {
+            // The input as the stages saw it (after any crop), at the processed size.
+            cv::Mat reduced;
+            preprocess->noiseRemover.ImgDnSample(input, reduced);
+            if (reduced.size() == processed.size()) lastInputUpright = reduced(region).clone();
+        }
         // The angle search needs continuous buffers.
         procRoi = cv::Mat(processed, region).clone();
         binRoi = cv::Mat(binary, region).clone();
@@ -188,6 +195,8 @@ int AlgPipeline::runStages(cv::Mat& input, int* bits, int count, const std::stri
     cv::Mat procRot, binRot;
     rotation->rotate(procRoi, procRot, static_cast<float>(angle));
     rotation->rotate(binRoi, binRot, static_cast<float>(angle));
+    if (!lastInputUpright.empty())
+        rotation->rotate(lastInputUpright, lastInputUpright, static_cast<float>(angle));
     if (isShowImg) {
         debugShow("rotProc", procRot);
         debugShow("rotBin", binRot);
@@ -232,6 +241,7 @@ int AlgPipeline::runStages(cv::Mat& input, int* bits, int count, const std::stri
     if (centre == cv::Point(0, 0) && ctpointFlag == 1) {
         rotation->rotate(procRot, procRot, 30.0f);
         rotation->rotate(binRot, binRot, 30.0f);
+        if (!lastInputUpright.empty()) rotation->rotate(lastInputUpright, lastInputUpright, 30.0f);
         angle += 30;
         if (debug) std::cout << "----------Angle re-calibrated to: " << angle << std::endl;
         r = startPoint->findStartPoint_NCC(gap, binRot, templ, centre, 0.0);

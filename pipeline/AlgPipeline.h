@@ -76,10 +76,11 @@ public:
     int lastOrientation = -1;
     // When set, a successful run keeps the upright images and its grid for the print grade.
     bool keepImages = false;
-    cv::Mat lastGrey;    // upright processed crop, before the tracker binarises it
-    cv::Mat lastBinary;  // upright binary crop
-    cv::Mat lastBoxes;   // sampling box per dot (x1, y1, x2, y2) in the upright crop
-    cv::Mat lastBits;    // 1 x dotsNum, CV_64F
+    cv::Mat lastGrey;          // upright processed crop, before the tracker binarises it
+    cv::Mat lastBinary;        // upright binary crop
+    cv::Mat lastBoxes;         // sampling box per dot (x1, y1, x2, y2) in the upright crop
+    cv::Mat lastBits;          // 1 x dotsNum, CV_64F
+    cv::Mat lastInputUpright;  // the camera's grey levels, reduced, cropped and turned likewise
 
 private:
     int runStages(cv::Mat& input, int* bits, int count, const std::string& imgName, cv::Rect& roi,

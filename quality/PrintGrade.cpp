@@ -1,13 +1,10 @@
 #include "PrintGrade.h"
 
 #include <algorithm>
-#include <climits>
 #include <cmath>
 #include <exception>
 
 #include "AlgPipeline.h"
-#include "ImageRotation.h"
-#include "NoiseRemover.h"
 #include "PrintingScoreCal.h"
 #include "SystemPara.h"
 
@@ -111,30 +108,6 @@ int gradeDots(const cv::Mat& binary, const cv::Mat& grey, const cv::Mat& points,
     return 0;
 }
 
-// The camera's grey levels in the reader's upright crop: the reader's own crop is its enhanced,
-// normalised image, in which every dot looks equally bright. The input goes through the same
-// size reduction, crop and turn as the reader's images; empty when that cannot be repeated.
-cv::Mat uprightInput(const cv::Mat& input, const AlgPipeline& pipeline, const cv::Rect& roi) {
-    SystemPara para(pipeline.paramPath);
-    if (para.readPara("ImageProcess") < 0) return cv::Mat();
-    cv::Mat img = input.clone();
-    if (!para.imgSizeRestrict && para.imgPreROI != 0 && img.rows >= 960 && img.cols >= 1280)
-        img = img(cv::Rect(320, 240, 640, 480));
-    const double rowsD = std::trunc(img.rows * para.DnRatio);
-    const double colsD = std::trunc(img.cols * para.DnRatio);
-    if (!(rowsD >= 1.0 && colsD >= 1.0 && rowsD * colsD <= INT_MAX)) return cv::Mat();
-    const int rows = static_cast<int>(rowsD), cols = static_cast<int>(colsD);
-    if ((cv::Rect(0, 0, cols, rows) & roi) != roi) return cv::Mat();
-    NoiseRemover resize;
-    resize.setDnsample_size(cv::Point(cols, rows));
-    cv::Mat small, crop, upright;
-    resize.ImgDnSample(img, small);
-    if (small.size() != cv::Size(cols, rows)) return cv::Mat();
-    crop = small(roi).clone();
-    ImageRotation().rotate(crop, upright, static_cast<float>(pipeline.lastAngle));
-    return upright.size() == pipeline.lastGrey.size() ? upright : cv::Mat();
-}
-
 int gradeImage(const unsigned char* image, int rows, int cols, const std::string& paramPath,
                GradeResult& out, const std::string& imageName) {
     if (image == nullptr || rows <= 0 || cols <= 0) return kGradeBadInput;
@@ -143,9 +116,8 @@ int gradeImage(const unsigned char* image, int rows, int cols, const std::string
     int r = pipeline.Initialize();
     if (r < 0) return r;
     const int count = pipeline.dotsNum;
-    // The stages may write into their input: they get a copy, and the grade another one.
-    const cv::Mat input = cv::Mat(rows, cols, CV_8UC1, const_cast<unsigned char*>(image)).clone();
-    cv::Mat work = input.clone();
+    // The stages may write into their input: they get a copy.
+    cv::Mat work = cv::Mat(rows, cols, CV_8UC1, const_cast<unsigned char*>(image)).clone();
     std::vector<int> bits(static_cast<size_t>(count), 0);
     cv::Rect roi;
     pipeline.keepImages = true;
@@ -163,8 +135,11 @@ int gradeImage(const unsigned char* image, int rows, int cols, const std::string
         points.at<double>(i, 0) = (b[0] + b[2]) / 2.0;
         points.at<double>(i, 1) = (b[1] + b[3]) / 2.0;
     }
-    const cv::Mat raw = uprightInput(input, pipeline, roi);
-    return gradeDots(pipeline.lastBinary, raw.empty() ? pipeline.lastGrey : raw, points,
+    // The camera's grey levels: the reader's own crop is normalised, so every dot looks equally
+    // bright there.
+    const cv::Mat& raw = pipeline.lastInputUpright;
+    const bool rawUsable = raw.size() == pipeline.lastGrey.size();
+    return gradeDots(pipeline.lastBinary, rawUsable ? raw : pipeline.lastGrey, points,
                      pipeline.lastGap, path, out, imageName);
 }
 
