@@ -83,18 +83,23 @@ void BM_RotateProject_FastThenReduce(benchmark::State& state) {
 }
 BENCHMARK(BM_RotateProject_FastThenReduce)->Unit(benchmark::kMicrosecond);
 
-// The plain OpenCV route: an affine warp per angle, then a reduction. Arg 1 = one thread.
+// The plain OpenCV route for one angle: an affine warp, then a reduction.
+void warpProject(const cv::Mat& src, int theta, cv::Mat& turned, cv::Mat& proj) {
+    const cv::Point2f centre(src.cols * 0.5f, src.rows * 0.5f);
+    const cv::Mat M = cv::getRotationMatrix2D(centre, theta, 1.0);
+    cv::warpAffine(src, turned, M, src.size(), cv::INTER_LINEAR, cv::BORDER_CONSTANT,
+                   cv::Scalar(0));
+    cv::reduce(turned, proj, 0, cv::REDUCE_SUM, CV_32F);
+}
+
+// Arg 1 = one thread.
 void BM_RotateProject_WarpAffine(benchmark::State& state) {
     const ThreadScope threads(state.range(0) == 1);
     const cv::Mat& src = angleCrop();
-    const cv::Point2f centre(src.cols * 0.5f, src.rows * 0.5f);
     for (auto _ : state) {
         cv::Mat turned, proj;
         for (int theta = 0; theta < 180; theta += 2) {
-            const cv::Mat M = cv::getRotationMatrix2D(centre, theta, 1.0);
-            cv::warpAffine(src, turned, M, src.size(), cv::INTER_LINEAR, cv::BORDER_CONSTANT,
-                           cv::Scalar(0));
-            cv::reduce(turned, proj, 0, cv::REDUCE_SUM, CV_32F);
+            warpProject(src, theta, turned, proj);
         }
         benchmark::DoNotOptimize(proj.data);
     }
@@ -117,7 +122,6 @@ BENCHMARK(BM_AngleSearch)->Unit(benchmark::kMicrosecond);
 void BM_AngleSearch_WarpAffine(benchmark::State& state) {
     const ThreadScope threads(state.range(0) == 1);
     const cv::Mat& src = angleCrop();
-    const cv::Point2f centre(src.cols * 0.5f, src.rows * 0.5f);
     cv::Mat scores = cv::Mat::zeros(1, 180, CV_32F), table = cv::Mat::zeros(180, 20, CV_32F);
     PeakDetector peaks;
     peaks.setParas(1200.f, 1, 4);
@@ -125,10 +129,7 @@ void BM_AngleSearch_WarpAffine(benchmark::State& state) {
     for (auto _ : state) {
         cv::Mat turned, proj;
         for (int theta = 0; theta < 180; theta += 2) {
-            const cv::Mat M = cv::getRotationMatrix2D(centre, theta, 1.0);
-            cv::warpAffine(src, turned, M, src.size(), cv::INTER_LINEAR, cv::BORDER_CONSTANT,
-                           cv::Scalar(0));
-            cv::reduce(turned, proj, 0, cv::REDUCE_SUM, CV_32F);
+            warpProject(src, theta, turned, proj);
             peaks.peakDetector(proj, scores, table, theta);
         }
         benchmark::DoNotOptimize(pick.rotated_angle(scores));

@@ -6,24 +6,22 @@
 
 namespace {
 
-bool shapesOk(const cv::Mat& scores, const cv::Mat& peakTable, float& error) {
-    // Each check passes when either dimension matches.
-    if (!(scores.rows == 1 || scores.cols == 180)) {
-        error = -311.0f;
-        return false;
-    }
-    if (!(peakTable.rows == 180 || peakTable.cols == 20)) {
-        error = -312.0f;
-        return false;
-    }
-    return true;
-}
-
 cv::Mat asFloat(const cv::Mat& m) {
     if (m.type() == CV_32F || m.empty()) return m;
     cv::Mat out;
     if (m.channels() == 1) m.convertTo(out, CV_32F);
     return out;
+}
+
+// Angles in order of decreasing score into idx; 0, or the error value for unusable inputs.
+float anglesByScore(const cv::Mat& scores, const cv::Mat& peakTable, cv::Mat& idx) {
+    // Each shape check passes when either dimension matches.
+    if (!(scores.rows == 1 || scores.cols == 180)) return -311.0f;
+    if (!(peakTable.rows == 180 || peakTable.cols == 20)) return -312.0f;
+    const cv::Mat s = asFloat(scores);
+    if (s.empty() || s.channels() != 1) return -313.0f;
+    cv::sortIdx(s, idx, cv::SORT_EVERY_ROW | cv::SORT_DESCENDING);
+    return 0.f;
 }
 
 // Median of all candidates, the band of 3 pixels around it, median of the band, times 2/sqrt(3).
@@ -74,12 +72,9 @@ float gapCalculation::gap_mean_cal(std::vector<float>& v) {
 }
 
 float gapCalculation::gap_cal_M2(cv::Mat scores, cv::Mat peakTable) {
-    float error = 0.f;
-    if (!shapesOk(scores, peakTable, error)) return error;
-    const cv::Mat s = asFloat(scores);
-    if (s.empty() || s.channels() != 1) return -313.0f;
     cv::Mat idx;
-    cv::sortIdx(s, idx, cv::SORT_EVERY_ROW | cv::SORT_DESCENDING);
+    const float error = anglesByScore(scores, peakTable, idx);
+    if (error < 0.f) return error;
     const int t1 = idx.at<int>(0, 0);
     int t2, t3;
     if (t1 < 60) {
@@ -100,12 +95,9 @@ float gapCalculation::gap_cal_M2(cv::Mat scores, cv::Mat peakTable) {
 }
 
 float gapCalculation::gap_cal(cv::Mat scores, cv::Mat peakTable) {
-    float error = 0.f;
-    if (!shapesOk(scores, peakTable, error)) return error;
-    const cv::Mat s = asFloat(scores);
-    if (s.empty() || s.channels() != 1) return -313.0f;
     cv::Mat idx;
-    cv::sortIdx(s, idx, cv::SORT_EVERY_ROW | cv::SORT_DESCENDING);
+    const float error = anglesByScore(scores, peakTable, idx);
+    if (error < 0.f) return error;
     // Up to four angles, each more than 25 degrees (as directions, modulo 180) from those
     // already picked; fewer when the row runs out.
     std::vector<int> picked;
