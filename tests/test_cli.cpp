@@ -142,13 +142,18 @@ TEST(RenderCommand, HexPayloadBitsPrintFilesAndWriteErrors) {
 
 class ReadCommand : public ::testing::Test {
 protected:
+    // One image per process: ctest runs the tests of this fixture side by side.
+    static std::string imagePath() {
+        return tmpPath("cli_code_" + std::to_string(getpid()) + ".png");
+    }
     static void SetUpTestSuite() {
         qbrender::CodeStyle style;
         style.rotationDeg = 12.0;
-        cv::imwrite(tmpPath("cli_code.png"), qbrender::renderCode(code(), style));
+        cv::imwrite(imagePath(), qbrender::renderCode(code(), style));
     }
+    static void TearDownTestSuite() { std::remove(imagePath().c_str()); }
     static std::vector<int> code() { return qbrender::randomBits(17); }
-    std::string image = tmpPath("cli_code.png");
+    std::string image = imagePath();
     std::string params = QBCODE_DEFAULT_PARAMS;
 };
 

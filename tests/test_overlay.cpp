@@ -107,7 +107,9 @@ protected:
         cv::Mat img = qbrender::renderCode(qbrender::randomBits(5), style);
         std::vector<int> bits(91, 0);
         cv::Rect roi;
-        AlgPipeline pipeline(testsupport::writeFile("driver_files.yml", text));
+        // One file per test: ctest runs the tests of this fixture side by side.
+        const std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+        AlgPipeline pipeline(testsupport::writeFile("driver_" + name + ".yml", text));
         return pipeline.Pipeline(img.data, img.rows, img.cols, bits.data(), 91, "result.bmp", roi);
     }
 
