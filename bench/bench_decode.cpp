@@ -19,16 +19,7 @@ const std::vector<int>& benchBits() {
 cv::Mat cameraCode() {
     qbrender::CodeStyle style;
     style.rotationDeg = 23.0;
-    qbrender::CameraOptions cam;
-    cam.blurSigma = 1.0;
-    cam.noiseSigma = 4.0;
-    cam.lightingGradient = 0.25;
-    cam.jpegQuality = 85;
-    cam.tiltDeg = 4.0;
-    cam.clutterBlobs = 6;
-    cam.clutterClearance = 240.0;
-    cam.textureAmplitude = 6.0;
-    return qbrender::renderCamera(benchBits(), style, cam);
+    return qbrender::renderCamera(benchBits(), style, qbrender::typicalCamera());
 }
 
 void BM_TrackUpright(benchmark::State& state) {

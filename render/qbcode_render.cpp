@@ -222,6 +222,22 @@ cv::Mat renderCode(const std::vector<int>& bits, const CodeStyle& style) {
     return out;
 }
 
+CameraOptions typicalCamera(uint64_t seed) {
+    CameraOptions cam;
+    cam.blurSigma = 1.0;
+    cam.noiseSigma = 4.0;
+    cam.lightingGradient = 0.25;
+    cam.vignette = 0.15;
+    cam.jpegQuality = 85;
+    cam.tiltDeg = 4.0;
+    cam.tiltAxisDeg = static_cast<double>(seed % 180);
+    cam.clutterBlobs = 6;
+    cam.clutterClearance = 240.0;
+    cam.textureAmplitude = 6.0;
+    cam.seed = seed;
+    return cam;
+}
+
 cv::Mat renderCamera(const std::vector<int>& bits, const CodeStyle& style,
                      const CameraOptions& camera) {
     if (!validSize(style.size)) return cv::Mat();

@@ -65,6 +65,11 @@ struct CameraOptions {
     uint64_t seed = 1;
 };
 
+// A camera a little worse than a good one: soft focus, sensor noise, uneven light, JPEG, a
+// slight tilt (axis from the seed) and some texture and stray blobs kept 240 px from the centre,
+// beyond the clustering's reach.
+CameraOptions typicalCamera(uint64_t seed = 1);
+
 // A camera-like view of the code: the clean rendering with the options applied in the order
 // tilt, clutter and texture, lighting, contrast, blur, noise, JPEG. Empty for an empty size.
 cv::Mat renderCamera(const std::vector<int>& bits, const CodeStyle& style,

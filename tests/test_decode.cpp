@@ -25,26 +25,6 @@ Decoded decode(const cv::Mat& img) {
     return d;
 }
 
-// A camera a little worse than a good one: soft focus, sensor noise, uneven light, JPEG,
-// a slight tilt and some stray blobs and texture around the code.
-qbrender::CameraOptions camera(uint64_t seed) {
-    qbrender::CameraOptions cam;
-    cam.blurSigma = 1.0;
-    cam.noiseSigma = 4.0;
-    cam.lightingGradient = 0.25;
-    cam.vignette = 0.15;
-    cam.jpegQuality = 85;
-    cam.tiltDeg = 4.0;
-    cam.tiltAxisDeg = static_cast<double>(seed % 180);
-    cam.clutterBlobs = 6;
-    // Blobs within the clustering reach of the code join its region, which then sits
-    // off-centre in a crop whose rotation (same size) can cut off outer-ring dots.
-    cam.clutterClearance = 240.0;
-    cam.textureAmplitude = 6.0;
-    cam.seed = seed;
-    return cam;
-}
-
 // Codes with all 73 free bits in use and about three quarters of them printed: the reader
 // takes an image with fewer than 40 blobs to show no code at all.
 std::vector<int> codeFor(double angle) {
@@ -61,8 +41,9 @@ bool holds(const cv::Vec4d& outer, const cv::Vec4d& inner) {
 // and a box around every printed dot, dot edges included, inside the image; with nothing else
 // in view the box is at most about a spacing wider on each side.
 void expectRead(const std::vector<int>& bits, const qbrender::CodeStyle& style, uint64_t seed) {
-    const Decoded d = decode(seed ? qbrender::renderCamera(bits, style, camera(seed))
-                                  : qbrender::renderCode(bits, style));
+    const Decoded d =
+        decode(seed ? qbrender::renderCamera(bits, style, qbrender::typicalCamera(seed))
+                    : qbrender::renderCode(bits, style));
     ASSERT_EQ(d.status, 0);
     EXPECT_EQ(d.bits, bits);
     const auto offsets = qbrender::gridOffsets(5, style.spacing, style.rotationDeg);
@@ -124,7 +105,7 @@ INSTANTIATE_TEST_SUITE_P(Cases, DecodeStyle,
                                            StyleCase{17, 26, 11}));
 
 TEST(Decode, NoCodeIsAFailureNotACrash) {
-    qbrender::CameraOptions cam = camera(5);
+    qbrender::CameraOptions cam = qbrender::typicalCamera(5);
     cam.clutterBlobs = 0;
     EXPECT_LT(decode(qbrender::renderCamera({}, qbrender::CodeStyle(), cam)).status, 0);
     EXPECT_LT(decode(cv::Mat::zeros(480, 640, CV_8UC1)).status, 0);

@@ -176,55 +176,37 @@ std::vector<Condition> buildConditions(const std::vector<cv::Mat>& photos) {
     Scene nominal;
     add("nominal", "", 0, "nominal", sceneGenerator(nominal));
 
-    for (double sp : {12.0, 14.0, 16.0, 20.0, 24.0, 28.0, 32.0, 36.0, 40.0, 44.0}) {
-        Scene s = nominal;
-        s.spacingLo = s.spacingHi = sp;
-        add("spacing " + std::to_string(static_cast<int>(sp)) + "px", "spacing (px)", sp, "sweep",
-            sceneGenerator(s));
-    }
-    for (double d : {0.4, 0.5, 0.6, 0.7, 0.8}) {
-        Scene s = nominal;
-        s.diameterLo = s.diameterHi = d;
-        add("diameter " + std::to_string(static_cast<int>(d * 100)) + "%", "dot diameter (%)",
-            d * 100, "sweep", sceneGenerator(s));
-    }
-    for (double contrast : {15.0, 25.0, 40.0, 80.0, 190.0}) {
-        Scene s = nominal;
-        s.foreground = s.background + contrast;
-        add("contrast " + std::to_string(static_cast<int>(contrast)), "contrast (grey levels)",
-            contrast, "sweep", sceneGenerator(s));
-    }
-    for (double bg : {0.0, 60.0, 120.0, 160.0}) {
-        Scene s = nominal;
-        s.background = bg;
-        s.foreground = std::min(255.0, bg + 90);
-        add("brightness bg " + std::to_string(static_cast<int>(bg)), "background level", bg,
-            "sweep", sceneGenerator(s));
-    }
-    for (double b : {0.0, 0.6, 1.0, 1.4, 1.8, 2.2, 2.6}) {
-        Scene s = nominal;
-        s.blurLo = s.blurHi = b;
-        add("blur " + std::to_string(b).substr(0, 3), "blur sigma (px)", b,
-            b == 1.8 ? "hard" : "sweep", sceneGenerator(s));
-    }
-    for (double n : {0.0, 4.0, 7.0, 10.0, 14.0, 20.0}) {
-        Scene s = nominal;
-        s.noiseLo = s.noiseHi = n;
-        add("noise " + std::to_string(static_cast<int>(n)), "noise sigma", n,
-            n == 10.0 ? "hard" : "sweep", sceneGenerator(s));
-    }
-    for (int q : {90, 60, 40, 25}) {
-        Scene s = nominal;
-        s.jpeg = q;
-        add("jpeg " + std::to_string(q), "JPEG quality", q, q == 60 ? "hard" : "sweep",
-            sceneGenerator(s));
-    }
-    for (double t : {0.0, 5.0, 10.0, 15.0, 20.0}) {
-        Scene s = nominal;
-        s.tilt = t;
-        add("tilt " + std::to_string(static_cast<int>(t)) + "deg", "tilt (deg)", t,
-            t == 10.0 ? "hard" : "sweep", sceneGenerator(s));
-    }
+    // One condition per value of an axis; the value equal to `hard` belongs to the hard set.
+    auto sweep = [&](const std::string& label, const std::string& unit, const std::string& axis,
+                     std::vector<double> values, double hard,
+                     const std::function<void(Scene&, double)>& set) {
+        for (double v : values) {
+            Scene s = nominal;
+            set(s, v);
+            std::ostringstream name;
+            name << label << ' ' << v << unit;
+            add(name.str(), axis, v, v == hard ? "hard" : "sweep", sceneGenerator(s));
+        }
+    };
+    const double none = -1;
+    sweep("spacing", "px", "spacing (px)", {12, 14, 16, 20, 24, 28, 32, 36, 40, 44}, none,
+          [](Scene& s, double v) { s.spacingLo = s.spacingHi = v; });
+    sweep("diameter", "%", "dot diameter (%)", {40, 50, 60, 70, 80}, none,
+          [](Scene& s, double v) { s.diameterLo = s.diameterHi = v / 100; });
+    sweep("contrast", "", "contrast (grey levels)", {15, 25, 40, 80, 190}, none,
+          [](Scene& s, double v) { s.foreground = s.background + v; });
+    sweep("brightness bg", "", "background level", {0, 60, 120, 160}, none, [](Scene& s, double v) {
+        s.background = v;
+        s.foreground = std::min(255.0, v + 90);
+    });
+    sweep("blur", "", "blur sigma (px)", {0, 0.6, 1.0, 1.4, 1.8, 2.2, 2.6}, 1.8,
+          [](Scene& s, double v) { s.blurLo = s.blurHi = v; });
+    sweep("noise", "", "noise sigma", {0, 4, 7, 10, 14, 20}, 10,
+          [](Scene& s, double v) { s.noiseLo = s.noiseHi = v; });
+    sweep("jpeg", "", "JPEG quality", {90, 60, 40, 25}, 60,
+          [](Scene& s, double v) { s.jpeg = static_cast<int>(v); });
+    sweep("tilt", "deg", "tilt (deg)", {0, 5, 10, 15, 20}, 10,
+          [](Scene& s, double v) { s.tilt = v; });
     {
         Scene s = nominal;
         s.lighting = 0.5;
