@@ -261,8 +261,22 @@ std::vector<Condition> buildConditions(const std::vector<cv::Mat>& photos) {
     return c;
 }
 
+// One line per image of the reference table: condition, index, status, bits (hex), box.
+std::string referenceLine(const std::string& cond, int index, int status,
+                          const std::vector<int>& bits, const int* box) {
+    std::ostringstream line;
+    line << cond << '\t' << index << '\t' << status << '\t';
+    for (size_t i = 0; i < bits.size(); i += 4) {
+        int nibble = 0;
+        for (size_t k = i; k < i + 4 && k < bits.size(); ++k) nibble = nibble * 2 + (bits[k] != 0);
+        line << "0123456789abcdef"[nibble];
+    }
+    line << '\t' << box[0] << ' ' << box[1] << ' ' << box[2] << ' ' << box[3];
+    return line.str();
+}
+
 Outcome run(const Condition& cond, int images, uint64_t seed, const std::string& params,
-            const std::string& failDir, int keepFailures) {
+            const std::string& failDir, int keepFailures, std::vector<std::string>* reference) {
     Outcome o;
     Rng rng(seed ^ std::hash<std::string>()(cond.name));
     int kept = 0;
@@ -277,6 +291,7 @@ Outcome run(const Condition& cond, int images, uint64_t seed, const std::string&
         o.ms.push_back(std::chrono::duration<double, std::milli>(t1 - t0).count());
         ++o.images;
         ++o.statuses[status];
+        if (reference) reference->push_back(referenceLine(cond.name, i, status, bits, box));
         const bool success = status == 0;
         const bool exact = success && !s.bits.empty() && bits == s.bits;
         if (exact) ++o.exact;
@@ -362,7 +377,10 @@ void writePlot(const std::string& path, const std::vector<Condition>& conds,
 
 int usage() {
     std::cerr << "usage: qbcode_accuracy [--quick] [--images N] [--seed N] [--params FILE]\n"
-                 "                       [--photos DIR] [--out DIR] [--only NAME] [--check]\n";
+                 "                       [--photos DIR] [--out DIR] [--only NAME] [--check]\n"
+                 "                       [--record FILE | --compare FILE]\n"
+                 "--record writes every read (status, bits, box) to FILE; --compare reads the\n"
+                 "conditions FILE names and fails on any difference.\n";
     return 2;
 }
 
@@ -373,6 +391,7 @@ int main(int argc, char** argv) {
     uint64_t seed = 20261122;
     bool quick = false, check = false;
     std::string params = QBCODE_DEFAULT_PARAMS, photosDir, outDir = "accuracy-out", only;
+    std::string recordFile, compareFile;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         auto next = [&]() -> std::string { return i + 1 < argc ? argv[++i] : std::string(); };
@@ -392,6 +411,10 @@ int main(int argc, char** argv) {
             outDir = next();
         } else if (a == "--only") {
             only = next();
+        } else if (a == "--record") {
+            recordFile = next();
+        } else if (a == "--compare") {
+            compareFile = next();
         } else {
             return usage();
         }
@@ -412,6 +435,27 @@ int main(int argc, char** argv) {
             if (c.name.find(only) != std::string::npos) keep.push_back(c);
         conds = keep;
     }
+    // The reference table fixes every read of a set of renders, so that faster or restructured
+    // code can be held to the same status, bits and box.
+    std::vector<std::string> expected;
+    if (!compareFile.empty()) {
+        std::ifstream in(compareFile);
+        if (!in) {
+            std::cerr << "cannot read " << compareFile << std::endl;
+            return 2;
+        }
+        for (std::string line; std::getline(in, line);)
+            if (!line.empty() && line[0] != '#') expected.push_back(line);
+        std::vector<Condition> keep;
+        for (auto& c : conds)
+            for (const auto& line : expected)
+                if (line.compare(0, c.name.size() + 1, c.name + "\t") == 0) {
+                    keep.push_back(c);
+                    break;
+                }
+        conds = keep;
+    }
+    const bool referenceRun = !recordFile.empty() || !compareFile.empty();
     fs::create_directories(outDir + "/failed");
 
     std::vector<Outcome> outcomes;
@@ -422,9 +466,11 @@ int main(int argc, char** argv) {
               << std::setw(10) << "med ms"
               << "  statuses\n";
     bool ok = true;
+    std::vector<std::string> reference;
     for (const auto& c : conds) {
-        const int n = c.set == "nominal" && !quick ? images * 5 : images;
-        Outcome o = run(c, n, seed, params, outDir + "/failed", 3);
+        const int n = c.set == "nominal" && !quick && !referenceRun ? images * 5 : images;
+        Outcome o = run(c, n, seed, params, outDir + "/failed", 3,
+                        referenceRun ? &reference : nullptr);
         const double exact = 100.0 * o.exact / o.images;
         const double wrong = 100.0 * o.wrong / o.images;
         const double falseReads =
@@ -451,5 +497,21 @@ int main(int argc, char** argv) {
     std::cout << "table: " << outDir << "/accuracy.csv, plot: " << outDir
               << "/accuracy.png, failures: " << outDir << "/failed/\n";
     std::cout << (ok ? "all bars met" : "some bars missed") << std::endl;
+    if (!recordFile.empty()) {
+        std::ofstream out(recordFile);
+        out << "# condition\timage\tstatus\tbits (hex, first bit first)\tbox; seed " << seed
+            << ", " << images << " images per condition\n";
+        for (const auto& line : reference) out << line << '\n';
+        std::cout << "recorded " << reference.size() << " reads in " << recordFile << std::endl;
+    }
+    if (!compareFile.empty()) {
+        int differ = 0;
+        for (const auto& line : expected)
+            if (std::find(reference.begin(), reference.end(), line) == reference.end()) {
+                if (++differ <= 20) std::cout << "differs: " << line << std::endl;
+            }
+        std::cout << reference.size() << " reads compared, " << differ << " differ" << std::endl;
+        if (differ > 0 || reference.size() != expected.size()) return 1;
+    }
     return check && !ok ? 1 : 0;
 }
