@@ -38,7 +38,8 @@ Reader floatSeqKey(std::vector<float>& field) {
     return [&field](const cv::FileNode& n) {
         if (n.isSeq()) {
             field.resize(n.size());
-            for (size_t i = 0; i < field.size(); ++i) cv::read(n[static_cast<int>(i)], field[i], 0.f);
+            for (size_t i = 0; i < field.size(); ++i)
+                cv::read(n[static_cast<int>(i)], field[i], 0.f);
         } else if (n.isInt() || n.isReal()) {
             field.assign(1, 0.f);
             cv::read(n, field[0], 0.f);
@@ -52,7 +53,72 @@ Reader floatSeqKey(std::vector<float>& field) {
 
 SystemPara::SystemPara(std::string path) : paramPath(std::move(path)) {}
 
+const std::vector<std::string>& SystemPara::sectionNames() {
+    static const std::vector<std::string> names = {
+        "LoadImages",      "AlgPipeline",        "PrintAnalPipeline", "ImageProcess",
+        "PatternRotation", "PatternFeatures",    "DotsTracking",      "GeneratePoints",
+        "BlobAnalysis",    "PrintScoreCalculate"};
+    return names;
+}
+
+namespace {
+
+// Parsing may throw on malformed YAML; the caller treats that as an unreadable file.
+bool openSource(cv::FileStorage& fs, const std::string& path, const std::string& text) {
+    if (text.empty())
+        fs.open(path, cv::FileStorage::READ);
+    else
+        fs.open(text, cv::FileStorage::READ | cv::FileStorage::MEMORY);
+    return fs.isOpened();
+}
+
+int readKeys(const cv::FileStorage& fs, const std::string& section, KeyList& keys) {
+    if (keys.empty()) return -1;
+    cv::FileNode node = fs[section];
+    if (node.empty()) return -2;
+    for (auto& key : keys) {
+        cv::FileNode value = node[key.first];
+        if (value.empty()) return -2;
+        key.second(value);
+    }
+    return 1;
+}
+
+}  // namespace
+
+void SystemPara::loadAll() {
+    std::map<std::string, int> results;
+    loaded.clear();
+    try {
+        cv::FileStorage fs;
+        const bool open = openSource(fs, paramPath, paramText);
+        for (const std::string& section : sectionNames()) {
+            KeyList keys = keysFor(section);
+            results[section] = open ? readKeys(fs, section, keys) : -1;
+        }
+    } catch (const cv::Exception&) {
+        for (const std::string& section : sectionNames()) results[section] = -1;
+    }
+    loaded = std::move(results);
+}
+
 int SystemPara::readPara(std::string section) {
+    if (!loaded.empty()) {
+        const auto it = loaded.find(section);
+        return it == loaded.end() ? -1 : it->second;
+    }
+    KeyList keys = keysFor(section);
+    // A malformed file makes OpenCV throw; the host sees it as unreadable.
+    try {
+        cv::FileStorage fs;
+        if (!openSource(fs, paramPath, paramText)) return -1;
+        return readKeys(fs, section, keys);
+    } catch (const cv::Exception&) {
+        return -1;
+    }
+}
+
+KeyList SystemPara::keysFor(const std::string& section) {
     KeyList keys;
     if (section == "LoadImages") {
         keys = {{"single_multiple_txt", intKey(single_multiple_txt)}};
@@ -94,9 +160,9 @@ int SystemPara::readPara(std::string section) {
                 {"Sensitivity", intKey(Sensitivity)},
                 {"pluginProc_method", intKey(pluginProc_method)}};
     } else if (section == "PatternRotation") {
-        keys = {{"PeakThresh", floatKey(PeakThresh)},   {"ProjDirect", intKey(ProjDirect)},
-                {"filterWidth", intKey(filterWidth)},   {"RotationFlag", intKey(RotationFlag)},
-                {"RotationNum", intKey(RotationNum)},   {"coarse_fine", intKey(coarse_fine)}};
+        keys = {{"PeakThresh", floatKey(PeakThresh)}, {"ProjDirect", intKey(ProjDirect)},
+                {"filterWidth", intKey(filterWidth)}, {"RotationFlag", intKey(RotationFlag)},
+                {"RotationNum", intKey(RotationNum)}, {"coarse_fine", intKey(coarse_fine)}};
     } else if (section == "PatternFeatures") {
         keys = {{"writeImg", intKey(feat_writeImg)},
                 {"savePath", stringKey(feat_savePath)},
@@ -120,20 +186,5 @@ int SystemPara::readPara(std::string section) {
                 {"punishPointMissing", doubleKey(punishPointMissing)}};
     }
 
-    // A malformed file makes OpenCV throw; the host sees it as unreadable.
-    try {
-        cv::FileStorage fs(paramPath, cv::FileStorage::READ);
-        if (!fs.isOpened()) return -1;
-        if (keys.empty()) return -1;
-        cv::FileNode node = fs[section];
-        if (node.empty()) return -2;
-        for (auto& key : keys) {
-            cv::FileNode value = node[key.first];
-            if (value.empty()) return -2;
-            key.second(value);
-        }
-        return 1;
-    } catch (const cv::Exception&) {
-        return -1;
-    }
+    return keys;
 }

@@ -1,8 +1,19 @@
 // Parameter record of one recognition run, filled section by section from the YAML file.
 #pragma once
 
+#include <functional>
+#include <map>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "qbcode_export.h"
+
+QBCODE_VISIBLE_BEGIN
+
+namespace cv {
+class FileNode;
+}
 
 class SystemPara {
 public:
@@ -11,6 +22,10 @@ public:
     // 1 when the whole section was read, -1 for an unreadable file or an unknown
     // section, -2 when the section or one of its keys is missing (keys before it stay).
     int readPara(std::string section);
+    // Reads every section once and keeps each one's result; readPara then answers from the
+    // record without reading again, so fields set in code after loading stay as set.
+    void loadAll();
+    bool isLoaded() const { return !loaded.empty(); }
 
     // LoadImages
     int single_multiple_txt = 0;
@@ -83,4 +98,17 @@ public:
     double punishPointMissing = 0.0;
 
     std::string paramPath;
+    // YAML text held in memory; when not empty it is read instead of the file at paramPath.
+    std::string paramText;
+    // readPara's result per section once loadAll has run.
+    std::map<std::string, int> loaded;
+
+    static const std::vector<std::string>& sectionNames();
+
+private:
+    using KeyList = std::vector<std::pair<const char*, std::function<void(const cv::FileNode&)>>>;
+    // The keys of a section in file order, each bound to its field; empty for an unknown name.
+    KeyList keysFor(const std::string& section);
 };
+
+QBCODE_VISIBLE_END

@@ -6,6 +6,10 @@
 
 #include <opencv2/core.hpp>
 
+#include "qbcode_export.h"
+
+QBCODE_VISIBLE_BEGIN
+
 class WriteData {
 public:
     // Throws cv::Exception (-215) for an empty matrix and (-210) for an unsupported depth.
@@ -14,3 +18,5 @@ public:
     template <class T>
     void writeStream(std::ofstream& out, const T* data, int rows, int cols, int step, int channels);
 };
+
+QBCODE_VISIBLE_END

@@ -3,6 +3,10 @@
 
 #include <opencv2/core.hpp>
 
+#include "qbcode_export.h"
+
+QBCODE_VISIBLE_BEGIN
+
 class ImageRotation {
 public:
     void setAngle(float a) { angle = a; }
@@ -20,3 +24,5 @@ public:
 
     float angle = 0.f;
 };
+
+QBCODE_VISIBLE_END

@@ -8,6 +8,10 @@
 
 #include "ImageRotation.h"
 
+#include "qbcode_export.h"
+
+QBCODE_VISIBLE_BEGIN
+
 // Derivative zero-crossing peak finder on the first row of src. peaks (CV_32F) needs at least
 // 20 rows and 4 columns (number, position, height, width); with fewer rows fewer peaks are kept.
 // Returns the number of peaks (at most 20).
@@ -57,3 +61,5 @@ private:
     cv::Mat proj;    // one projection row, reused across angles
     cv::Mat turned;  // only for images too large for the fused path
 };
+
+QBCODE_VISIBLE_END

@@ -5,6 +5,10 @@
 
 #include <opencv2/core.hpp>
 
+#include "qbcode_export.h"
+
+QBCODE_VISIBLE_BEGIN
+
 class SystemPara;
 
 class Point_Generation {
@@ -47,3 +51,5 @@ public:
     using Generate_Hexagon_points::Generate_Hexagon_points;
     int points_coordinates_generate(cv::Mat& pts) override;
 };
+
+QBCODE_VISIBLE_END

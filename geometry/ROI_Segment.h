@@ -6,6 +6,10 @@
 
 #include <opencv2/core.hpp>
 
+#include "qbcode_export.h"
+
+QBCODE_VISIBLE_BEGIN
+
 class ROI_Segment {
 public:
     ROI_Segment(int rows, int cols, float dc, int n, int dim)
@@ -37,3 +41,5 @@ public:
     int dataNum;
     int dataDim;
 };
+
+QBCODE_VISIBLE_END

@@ -5,6 +5,10 @@
 
 #include <opencv2/core.hpp>
 
+#include "qbcode_export.h"
+
+QBCODE_VISIBLE_BEGIN
+
 class gapCalculation {
 public:
     // Spacing in pixels, or -311.0 / -312.0 / -313.0 for bad inputs.
@@ -14,3 +18,5 @@ public:
     float gap_median_cal(std::vector<float>& v);
     float gap_mean_cal(std::vector<float>& v);
 };
+
+QBCODE_VISIBLE_END

@@ -1,6 +1,7 @@
 #include "startPoint_cal.h"
 
 #include <cmath>
+#include <cstdint>
 #include <iostream>
 
 #include <opencv2/imgproc.hpp>
@@ -20,6 +21,63 @@ bool templateHalf(int layer, float gap, int& half) {
     if (!(halfD >= 0.0 && halfD <= kMaxHalf) || !(gap > 0.f)) return false;
     half = static_cast<int>(halfD);
     return true;
+}
+
+// Weakest correlation that still counts as the code's centre.
+const double kMinCorrelation = 0.3;
+
+// matchTemplate's float map differs in its last bits between architectures (its DFT and SIMD
+// paths round differently), and a symmetric hexagon often fits exactly as well at two places.
+// Places this close to the top are scored again from integer sums; the count bounds the work.
+const float kTieMargin = 1e-3f;
+const int kMaxRescored = 4096;
+
+// Normalised correlation of the window at `at`, from exact integer sums and a fixed order of
+// double operations, so it is the same number on every architecture. Flat windows score 0.
+double exactCorrelation(const cv::Mat& image, const cv::Mat& templ, cv::Point at) {
+    int64_t sw = 0, sww = 0, st = 0, stt = 0, swt = 0;
+    for (int r = 0; r < templ.rows; ++r) {
+        const unsigned char* w = image.ptr<unsigned char>(at.y + r) + at.x;
+        const unsigned char* t = templ.ptr<unsigned char>(r);
+        for (int c = 0; c < templ.cols; ++c) {
+            const int64_t a = w[c], b = t[c];
+            sw += a;
+            sww += a * a;
+            st += b;
+            stt += b * b;
+            swt += a * b;
+        }
+    }
+    const double n = static_cast<double>(templ.total());
+    const double dw = static_cast<double>(sw), dt = static_cast<double>(st);
+    const double varW = n * static_cast<double>(sww) - dw * dw;
+    const double varT = n * static_cast<double>(stt) - dt * dt;
+    if (!(varW > 0.0 && varT > 0.0)) return 0.0;
+    return (n * static_cast<double>(swt) - dw * dt) / std::sqrt(varW * varT);
+}
+
+// Best place on the correlation map of `templ` over `image`. Ties go to the first place in
+// row order, whatever the CPU; maps too weak to pass keep matchTemplate's own pick.
+double bestPlace(const cv::Mat& result, const cv::Mat& image, const cv::Mat& templ, cv::Point& at) {
+    double top = 0.0;
+    cv::minMaxLoc(result, nullptr, &top, nullptr, &at);
+    if (!(top >= kMinCorrelation - kTieMargin)) return top;
+    const float floor = static_cast<float>(top) - kTieMargin;
+    double best = -2.0;
+    int scored = 0;
+    for (int y = 0; y < result.rows && scored < kMaxRescored; ++y) {
+        const float* row = result.ptr<float>(y);
+        for (int x = 0; x < result.cols && scored < kMaxRescored; ++x) {
+            if (!(row[x] >= floor)) continue;
+            ++scored;
+            const double s = exactCorrelation(image, templ, cv::Point(x, y));
+            if (s > best) {
+                best = s;
+                at = cv::Point(x, y);
+            }
+        }
+    }
+    return best;
 }
 
 int floatToIntFlag(float v) {
@@ -93,6 +151,7 @@ int startPoint_cal::findStartPoint_NCC(float& gap, const cv::Mat& image, cv::Mat
         first.convertTo(grey, CV_8U);
     }
 
+    bestCorrelation = 0.0;
     const float g0 = gap;
     const float spacings[3] = {g0, g0 - gapDelta, g0 + gapDelta};
     double best = 0.0;
@@ -110,7 +169,7 @@ int startPoint_cal::findStartPoint_NCC(float& gap, const cv::Mat& image, cv::Mat
         cv::Point at, candidate;
         if (imgPadding == 0) {
             cv::matchTemplate(grey, templ, result, cv::TM_CCOEFF_NORMED);
-            cv::minMaxLoc(result, nullptr, &m, nullptr, &at);
+            m = bestPlace(result, grey, templ, at);
             candidate = at + cv::Point(templ.rows / 2, templ.rows / 2);
         } else {
             const int pad = static_cast<int>(templ.rows * 0.5 + 0.5);
@@ -118,7 +177,7 @@ int startPoint_cal::findStartPoint_NCC(float& gap, const cv::Mat& image, cv::Mat
             cv::copyMakeBorder(grey, padded, pad, pad, pad, pad, cv::BORDER_CONSTANT,
                                cv::Scalar(0));
             cv::matchTemplate(padded, templ, result, cv::TM_CCOEFF_NORMED);
-            cv::minMaxLoc(result, nullptr, &m, nullptr, &at);
+            m = bestPlace(result, padded, templ, at);
             candidate = at;
         }
         if (isDebug == 1) {
@@ -144,7 +203,8 @@ int startPoint_cal::findStartPoint_NCC(float& gap, const cv::Mat& image, cv::Mat
             best = m;
         }
     }
-    if (best >= 0.3) return init;
+    bestCorrelation = best;
+    if (best >= kMinCorrelation) return init;
     centre = cv::Point(0, 0);
     return -314;
 }

@@ -5,6 +5,10 @@
 
 #include <opencv2/core.hpp>
 
+#include "qbcode_export.h"
+
+QBCODE_VISIBLE_BEGIN
+
 class SystemPara;
 
 class startPoint_cal {
@@ -24,4 +28,8 @@ public:
     std::string savePath;
     int imgPadding = 0;
     int layer = 0;
+    // Best correlation of the last search, kept for the caller's evidence.
+    double bestCorrelation = 0.0;
 };
+
+QBCODE_VISIBLE_END

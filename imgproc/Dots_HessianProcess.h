@@ -5,6 +5,10 @@
 
 #include <opencv2/core.hpp>
 
+#include "qbcode_export.h"
+
+QBCODE_VISIBLE_BEGIN
+
 class Dots_HessianProcess {
 public:
     void setScale(const std::vector<float>& s);
@@ -28,3 +32,5 @@ private:
     float respGain = 10.0f;
     std::vector<float> scales{2.0f, 3.0f};
 };
+
+QBCODE_VISIBLE_END

@@ -11,6 +11,10 @@
 #include "LogFilter.h"
 #include "NoiseRemover.h"
 
+#include "qbcode_export.h"
+
+QBCODE_VISIBLE_BEGIN
+
 class SystemPara;
 
 class ImageProcessPipeline {
@@ -43,3 +47,5 @@ public:
     int imgPreROI = 0;
     std::string imgName = "im.jpg";
 };
+
+QBCODE_VISIBLE_END

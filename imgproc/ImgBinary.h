@@ -6,6 +6,10 @@
 
 #include <opencv2/core.hpp>
 
+#include "qbcode_export.h"
+
+QBCODE_VISIBLE_BEGIN
+
 class ImgBinary {
 public:
     void setPars(float maxValue_, double threshold_) {
@@ -36,3 +40,5 @@ private:
     float maxValue = 255.0f;
     double threshold = 20.0;
 };
+
+QBCODE_VISIBLE_END

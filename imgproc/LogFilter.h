@@ -5,6 +5,10 @@
 
 #include <opencv2/core.hpp>
 
+#include "qbcode_export.h"
+
+QBCODE_VISIBLE_BEGIN
+
 class LogFilter {
 public:
     void setSigma(std::vector<float> s) { sigma = std::move(s); }
@@ -18,3 +22,5 @@ public:
 private:
     std::vector<float> sigma{3.0f};
 };
+
+QBCODE_VISIBLE_END

@@ -3,6 +3,10 @@
 
 #include <opencv2/core.hpp>
 
+#include "qbcode_export.h"
+
+QBCODE_VISIBLE_BEGIN
+
 class NoiseRemover {
 public:
     NoiseRemover();
@@ -39,3 +43,5 @@ private:
     cv::Mat Morphology_kernel;
     cv::Point Dnsample_size;  // x = width, y = height
 };
+
+QBCODE_VISIBLE_END

@@ -7,6 +7,10 @@
 
 #include <opencv2/core.hpp>
 
+#include "qbcode_export.h"
+
+QBCODE_VISIBLE_BEGIN
+
 namespace qbcode {
 
 // Measurements of one grid position, in pixels of the image the dots were measured in
@@ -73,3 +77,5 @@ const char* gradeStatusName(int status);
 const char* gradeRating(double total, double maximum);
 
 }  // namespace qbcode
+
+QBCODE_VISIBLE_END

@@ -6,17 +6,14 @@
 #include <string>
 
 #include "AlgPipeline.h"
+#include "Reader.h"
 #include "SystemPara.h"
+#include "qbcode_status.h"
 
 namespace {
 
 const char kBanner[] = "Quelbor Recognition Algorithm 0.3.10";
 const int kBannerLength = 35;
-
-// Codes of the entry point itself.
-const int kWrongBitsLength = -3;
-const int kWrongBoxLength = -4;
-const int kInternalError = -5;
 
 std::string pathFrom(const char* param_path) {
     // A null path must surface as the standard library's own logic_error.
@@ -24,7 +21,19 @@ std::string pathFrom(const char* param_path) {
     return std::string(param_path);
 }
 
+#define QBCODE_STATUS_NAME_CASE(id, value, name) \
+    case value:                                  \
+        return name;
+
 }  // namespace
+
+extern "C" const char* qbcode_status_name(int status) {
+    switch (status) {
+        QBCODE_STATUS_TABLE(QBCODE_STATUS_NAME_CASE)
+        default:
+            return status > 0 ? "ok" : "unknown";
+    }
+}
 
 extern "C" int get_dots_num(int layers) {
     if (layers < 0) return 1;
@@ -45,31 +54,35 @@ extern "C" int quelbor_hexagon_recognition(unsigned char* image, int rows, int c
     std::string path = pathFrom(param_path);
     if (path == "") path = "./algorithm_parameters_v01.yml";
 
-    SystemPara sysPara(path);
-    sysPara.readPara("AlgPipeline");
-    const int expected = get_dots_num(sysPara.layer);
-    sysPara.readPara("ImageProcess");
+    // Every section is read once; the driver and its stages use this record.
+    const qbcode::ReaderOptions options = qbcode::ReaderOptions::fromFile(path);
+    const int expected = get_dots_num(options.params().layer);
 
     if (expected != bits_len || bits == nullptr) {
         std::cout << "dot number" << expected << std::endl;
         std::cout << "bits array len should be " << expected << std::endl;
-        return kWrongBitsLength;
+        return QBCODE_BITS_LENGTH;
     }
     if (box_len != 4 || box == nullptr) {
         std::cout << "bounding box's length have to be 4!" << std::endl;
-        return kWrongBoxLength;
+        return QBCODE_BOX_LENGTH;
     }
 
     int status;
-    cv::Rect rect(0, 0, 0, 0);
+    AlgPipeline pipeline(options.params());
     try {
-        AlgPipeline pipeline(path);
-        status = pipeline.Pipeline(image, rows, cols, bits, expected, "result.bmp", rect);
+        qbcode::Result result;
+        const cv::Mat input = qbcode::detail::wrap(qbcode::ImageView(image, rows, cols));
+        qbcode::detail::readWith(pipeline, input, options, result);
+        status = result.status;
+        if (status == 0)
+            for (int i = 0; i < expected && i < static_cast<int>(result.bits.size()); ++i)
+                bits[i] = result.bits[i];
     } catch (const std::exception& e) {
         std::cout << "recognition error: " << e.what() << std::endl;
-        status = kInternalError;
+        status = QBCODE_INTERNAL_ERROR;
     }
 
-    AlgPipeline::toInputBox(rect, sysPara.DnRatio, box);
+    AlgPipeline::toInputBox(pipeline.region, options.params().DnRatio, box);
     return status;
 }

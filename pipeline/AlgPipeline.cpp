@@ -1,22 +1,15 @@
 #include "AlgPipeline.h"
 
+#include <chrono>
 #include <cmath>
-#include <ctime>
 #include <limits>
-#include <iostream>
 
-#include <opencv2/imgproc.hpp>
-
-#include "DebugImage.h"
-#include "Hexagon_Dots_tracking.h"
+#include "DebugSink.h"
 #include "ImageProcessPipeline.h"
 #include "ImageRotation.h"
-#include "PatternRotationCalculation.h"
-#include "ROI_Segment.h"
+#include "Stages.h"
 #include "WriteData.h"
 #include "qbcode_hexagon_recognition.h"
-#include "gapCalculation.h"
-#include "rotationAngleCal_C.h"
 #include "startPoint_cal.h"
 
 namespace {
@@ -28,15 +21,33 @@ int truncToInt(float v) {
     return static_cast<int>(v);
 }
 
+using Clock = std::chrono::steady_clock;
+
+double msSince(Clock::time_point t) {
+    return std::chrono::duration<double, std::milli>(Clock::now() - t).count();
+}
+
+qbcode::Point toPoint(const cv::Point2d& p) {
+    return qbcode::Point{p.x, p.y};
+}
+
 }  // namespace
 
 AlgPipeline::AlgPipeline(std::string path) : paramPath(std::move(path)) {}
 
+AlgPipeline::AlgPipeline(const SystemPara& loaded)
+    : paramPath(loaded.paramPath), record(std::make_unique<SystemPara>(loaded)) {}
+
 AlgPipeline::~AlgPipeline() = default;
 
 int AlgPipeline::Initialize() {
-    if (paramPath.empty()) paramPath = "../../SystemParameter/Config/algorithm_parameters_v01.yml";
-    para = std::make_unique<SystemPara>(paramPath);
+    if (record) {
+        para = std::make_unique<SystemPara>(*record);
+    } else {
+        if (paramPath.empty())
+            paramPath = "../../SystemParameter/Config/algorithm_parameters_v01.yml";
+        para = std::make_unique<SystemPara>(paramPath);
+    }
     if (para->readPara("AlgPipeline") < 0) return -600;
     debug = para->debug;
     isShowImg = para->isShowImg;
@@ -63,10 +74,6 @@ void AlgPipeline::toInputBox(const cv::Rect& rect, double dnRatio, int* box) {
     box[3] = truncToInt(static_cast<float>(rect.height - 44) / scale);
 }
 
-void AlgPipeline::timing(const char* label, clock_t since) const {
-    if (debug) std::cout << label << static_cast<long>(clock() - since) << " ms" << std::endl;
-}
-
 void AlgPipeline::assign_coordinates(std::vector<cv::Point2f>& points, float* out, int count) {
     if (out == nullptr) return;
     const int n = std::min<int>(count / 2, static_cast<int>(points.size()));
@@ -89,249 +96,172 @@ int AlgPipeline::assign_patArr(cv::Mat& patArr, int* bits, int count) {
 int AlgPipeline::Pipeline(unsigned char* image, int rows, int cols, int* bits, int count,
                           std::string imgName, cv::Rect& roi) {
     const clock_t start0 = clock();
-    timings = Timings();
-    lastOrientation = -1;
-    lastInputUpright.release();
-    const int init = Initialize();
-    if (init < 0) return init;
-
     // A missing buffer or a non-positive size is an empty image to the pre-processing.
     cv::Mat input;
     if (image != nullptr && rows > 0 && cols > 0)
         input = cv::Mat(rows, cols, CV_8UC1, image, static_cast<size_t>(cols));
-    return runStages(input, bits, count, imgName, roi, start0);
+    result = qbcode::Result();
+    const int init = Initialize();
+    if (init < 0) return result.status = init;
+    result.status = runStages(input, imgName, false, bits, count, start0);
+    if (regionFound) roi = region;
+    return result.status;
 }
 
-int AlgPipeline::runStages(cv::Mat& input, int* bits, int count, const std::string& imgName,
-                           cv::Rect& roi, clock_t start0) {
+int AlgPipeline::Run(const cv::Mat& image, const std::string& imgName, bool keepUpright) {
+    const clock_t start0 = clock();
+    const Clock::time_point t0 = Clock::now();
+    result = qbcode::Result();
+    const int init = Initialize();
+    result.status = init < 0 ? init : runStages(image, imgName, keepUpright, nullptr, 0, start0);
+    result.timings.total = msSince(t0);
+    return result.status;
+}
+
+// The policy of one read: every stage once, in order, and the one retry the parameters allow
+// (a further 30-degree turn when no centre was found).
+int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, bool keepUpright,
+                           int* bits, int count, clock_t start0) {
+    frames = FrameChain();
+    region = cv::Rect();
+    regionFound = false;
+    upright = UprightView();
+    qbcode::Timings& took = result.timings;
+    qbcode::Evidence& evidence = result.evidence;
+    DebugSink sink(*para, imgName, writer);
+
     // 1. Pre-processing.
+    Clock::time_point t = Clock::now();
     preprocess = std::make_unique<ImageProcessPipeline>(para.get());
     preprocess->imgName = imgName;
-    cv::Mat processed, binary;
-    std::vector<cv::Point2f> centroids;
-    int r = preprocess->process(input, processed, binary, centroids);
-    timings.preprocess = static_cast<long>(clock() - start0);
-    if (r < 0) {
-        if (debug) std::cout << "image processing error:" << r << std::endl;
-        return r;
+    stages::Preprocessed pre = stages::preprocess(*preprocess, image);
+    took.preprocess = msSince(t);
+    if (pre.status < 0) {
+        sink.preprocessFailed(pre.status);
+        return pre.status;
     }
-    if (isShowImg) {
-        debugShow("original", input);
-        debugShow("Proc", processed);
-        debugShow("Bin", binary);
-        debugWait(0);
-    }
-    if (debug) std::cout << "-----------------------" << std::endl;
-    timing("----------img processing times: ", start0);
+    sink.preprocessed(pre.input, pre.processed, pre.binary, start0);
+    frames.crop(pre.preCrop);
+    frames.resize(pre.input.size(), pre.processed.size());
 
     // 2. Region of interest.
+    t = Clock::now();
     const clock_t start1 = clock();
-    cv::Mat procRoi, binRoi;
-    try {
-        const int n = static_cast<int>(centroids.size());
-        roiCoords.assign(2 * static_cast<size_t>(n), 0.f);
-        assign_coordinates(centroids, roiCoords.data(), 2 * n);
-        roiRho.assign(n, 0.f);
-        roiDelta.assign(n, 0.f);
-        roiNearest.assign(n, 0);
-        roiLabel.assign(n, -1);
-        ROI_Segment segment(processed.rows, processed.cols, dc, n, 2);
-        const int k =
-            segment.cluster_densityPeaks(roiCoords.data(), n, 2, dc, roiRho.data(), roiDelta.data(),
-                                         roiNearest.data(), roiLabel.data());
-        cv::Rect region;
-        if (k < 1) {
-            region = cv::Rect(0, 0, processed.cols, processed.rows);
-        } else {
-            region = segment.cal_ROI(roiCoords.data(), roiLabel.data(), k);
-            if (region.area() <= 0) return -200;
-            if (region.x + region.width >= processed.cols ||
-                region.y + region.height >= processed.rows)
-                return -201;
-        }
-        roi = region;
-        if (keepImages) {
-            // The input as the stages saw it (after any crop), at the processed size.
-            cv::Mat reduced;
-            preprocess->noiseRemover.ImgDnSample(input, reduced);
-            if (reduced.size() == processed.size()) lastInputUpright = reduced(region).clone();
-        }
-        // The angle search needs continuous buffers.
-        procRoi = cv::Mat(processed, region).clone();
-        binRoi = cv::Mat(binary, region).clone();
-        if (isShowImg) {
-            debugShow("Bin_roi", binRoi);
-            debugWait(0);
-        }
-        if (isWriteImg) debugWrite(savePath + "Bin_roi_" + imgName + ".jpg", binRoi);
-        timing("----------ROI time: ", start1);
-    } catch (...) {
-        std::cout << "ROI Error happened:" << std::endl;
-        return -200;
+    stages::Region reg = stages::region(pre, dc);
+    roiCoords = std::move(reg.coords);
+    roiRho = std::move(reg.rho);
+    roiDelta = std::move(reg.delta);
+    roiNearest = std::move(reg.nearest);
+    roiLabel = std::move(reg.labels);
+    evidence.clusters = reg.clusters;
+    evidence.regionDots = reg.dots;
+    if (reg.threw) sink.regionFailed();
+    if (reg.status < 0) return reg.status;
+    region = reg.rect;
+    regionFound = true;
+    if (keepUpright) {
+        // The input as the stages saw it (after any crop), at the processed size.
+        cv::Mat reduced;
+        preprocess->noiseRemover.ImgDnSample(pre.input, reduced);
+        if (reduced.size() == pre.processed.size()) upright.input = reduced(region).clone();
     }
-    timings.roi = static_cast<long>(clock() - start1);
+    sink.regionCropped(reg.binary, start1);
+    took.region = msSince(t);
+    frames.crop(cv::Point2d(region.x, region.y));
 
     // 3. Rotation angle, then both crops upright.
+    t = Clock::now();
     const clock_t start2 = clock();
-    cv::Mat scores = cv::Mat::zeros(1, 180, CV_32F);
-    cv::Mat peakTable = cv::Mat::zeros(180, 20, CV_32F);
-    int angle = 0;
-    if (opencv10Rot) {
-        cv::GaussianBlur(procRoi, procRoi, cv::Size(3, 3), 0, 0);
-        angle = rotationAngleCal_C(procRoi, scores, peakTable, para.get());
-        if (isOnlineReg == 1) angle = 90;
-        if (isWriteData) {
-            writer = std::make_unique<WriteData>();
-            writer->saveAsText(savePath + "R" + imgName + ".txt", scores);
-            writer->saveAsText(savePath + "P_pos_" + imgName + ".txt", peakTable);
-        }
-        if (angle < 0) return angle;
-    } else {
-        PatternRotationCalculation angleSearch;
-        angle = angleSearch.rotationAngleCal(binRoi, scores, peakTable);
-    }
+    stages::Angle found = stages::angle(reg, opencv10Rot != 0, isOnlineReg == 1, para.get());
+    if (opencv10Rot) sink.legacyAngleTables(found.scores, found.peaks);
+    if (found.status < 0) return found.status;
+    int angle = found.degrees;
+    evidence.angleScore = found.score;
     const clock_t start2b = clock();
     rotation = std::make_unique<ImageRotation>();
     cv::Mat procRot, binRot;
-    rotation->rotate(procRoi, procRot, static_cast<float>(angle));
-    rotation->rotate(binRoi, binRot, static_cast<float>(angle));
-    if (!lastInputUpright.empty())
-        rotation->rotate(lastInputUpright, lastInputUpright, static_cast<float>(angle));
-    if (isShowImg) {
-        debugShow("rotProc", procRot);
-        debugShow("rotBin", binRot);
-        debugWait(0);
-    }
-    if (isWriteImg) {
-        debugWrite(savePath + "binImg_rot_" + imgName + ".jpg", binRot);
-        debugWrite(savePath + "procImg_rot_" + imgName + ".jpg", procRot);
-    }
-    const clock_t start2c = clock();
-    if (debug) {
-        std::cout << (opencv10Rot == 1 ? "Opencv1.0 rotation: " : "fast rotation: ") << std::endl;
-        std::cout << "Angle is: " << angle << std::endl;
-        std::cout << "Angle cal time1: " << static_cast<long>(start2b - start2) << " ms"
-                  << std::endl;
-        std::cout << "Angle cal time2: " << static_cast<long>(start2c - start2b) << " ms"
-                  << std::endl;
-        std::cout << "----------Angle cal time: " << static_cast<long>(start2c - start2) << " ms"
-                  << std::endl;
-    }
-    timings.angle = static_cast<long>(start2c - start2);
+    rotation->rotate(reg.grey, procRot, static_cast<float>(angle));
+    rotation->rotate(reg.binary, binRot, static_cast<float>(angle));
+    if (!upright.input.empty())
+        rotation->rotate(upright.input, upright.input, static_cast<float>(angle));
+    int uprightFrame = frames.turn(procRot.size(), angle);
+    sink.uprightTurned(procRot, binRot, angle, start2, start2b);
+    took.angle = msSince(t);
 
     // 4. Dot spacing; a non-positive spacing never reaches the template search.
-    gapCalculation spacing;
-    float gap = spacing.gap_cal_M2(scores, peakTable);
-    if (debug) {
-        std::cout << "original calculated angle: " << angle << std::endl;
-        std::cout << "original calculated gap: " << gap << std::endl;
-    }
-    if (!(gap > 0.f)) {
-        const int code = static_cast<int>(gap);
-        return (code == -311 || code == -312 || code == -313) ? code : -313;
-    }
+    t = Clock::now();
+    const stages::Spacing spacing = stages::spacing(found);
+    sink.spacingMeasured(angle, spacing.gap);
+    took.spacing = msSince(t);
+    if (spacing.status < 0) return spacing.status;
 
     // 5. Centre of the code, with at most one re-calibration by 30 degrees.
+    t = Clock::now();
     const clock_t start25 = clock();
     startPoint = std::make_unique<startPoint_cal>(para.get());
-    cv::Mat templ;
-    cv::Point centre(0, 0);
-    r = startPoint->findStartPoint_NCC(gap, binRot, templ, centre, 0.0);
-    if (r < 0) return r;
-    if (centre == cv::Point(0, 0) && ctpointFlag == 1) {
+    float gap = spacing.gap;
+    stages::Centre centre;
+    for (int attempt = 0;; ++attempt) {
+        centre = stages::centre(*startPoint, gap, binRot);
+        gap = centre.gap;
+        evidence.correlation = centre.correlation;
+        if (centre.status < 0) return centre.status;
+        if (centre.point != cv::Point(0, 0) || ctpointFlag != 1 || attempt > 0) break;
         rotation->rotate(procRot, procRot, 30.0f);
         rotation->rotate(binRot, binRot, 30.0f);
-        if (!lastInputUpright.empty()) rotation->rotate(lastInputUpright, lastInputUpright, 30.0f);
+        if (!upright.input.empty()) rotation->rotate(upright.input, upright.input, 30.0f);
+        uprightFrame = frames.turn(procRot.size(), 30.0);
         angle += 30;
-        if (debug) std::cout << "----------Angle re-calibrated to: " << angle << std::endl;
-        r = startPoint->findStartPoint_NCC(gap, binRot, templ, centre, 0.0);
-        if (r < 0) return r;
+        evidence.recalibrated = true;
+        sink.recalibrated(angle);
     }
-    if (centre == cv::Point(0, 0)) return -322;
-    lastAngle = angle;
-    lastGap = gap;
-    lastCentre = centre;
-    if (debug) {
-        std::cout << "re-calculated gap: " << gap << std::endl;
-        std::cout << "centerpoint: [" << centre.x << ", " << centre.y << "]" << std::endl;
-    }
-    timing("----------gap and centerpoint cal time: ", start25);
-    timings.centre = static_cast<long>(clock() - start25);
-    if (isWriteImg) {
-        cv::Mat marked;
-        cv::cvtColor(procRot, marked, cv::COLOR_GRAY2BGR);
-        cv::circle(marked, centre, 3, cv::Scalar(0, 0, 255), 1, 8);
-        debugWrite(savePath + "_centerpoint_" + imgName + ".jpg", marked);
-    }
+    if (centre.point == cv::Point(0, 0)) return -322;
+    sink.centreFound(gap, centre.point, procRot, start25);
+    took.centre = msSince(t);
 
     // 6. Tracking and decoding.
+    t = Clock::now();
     const clock_t start3 = clock();
-    Hexagon_Dots_tracking tracker(para.get(), static_cast<double>(gap), centre.x, centre.y, layer,
-                                  255.0);
-    tracker.imgName = imgName;
-    cv::Mat patArr, boxes;
-    if (keepImages) {
-        lastGrey = procRot.clone();
-        lastBinary = binRot;
+    if (keepUpright) upright.grey = procRot.clone();  // the tracker binarises procRot
+    stages::Decoded decoded = stages::decode(procRot, binRot, gap, centre.point, layer,
+                                             doQualityCheck != 0, para.get(), imgName);
+    if (decoded.status < 0) return decoded.status;
+    if (bits != nullptr) {
+        const int r = assign_patArr(decoded.bits, bits, count);
+        if (r < 0) return r;
     }
-    r = tracker.Run(procRot, binRot, patArr, boxes, doQualityCheck != 0);
-    if (r < 0) return r;
-    lastOrientation = r;
-    if (keepImages) {
-        lastBoxes = boxes;
-        lastBits = patArr;
+    sink.decoded(decoded.bits, start3);
+    took.decode = msSince(t);
+
+    // The result in input pixels.
+    result.bits.assign(static_cast<size_t>(decoded.bits.cols), 0);
+    assign_patArr(decoded.bits, result.bits.data(), decoded.bits.cols);
+    result.orientation = decoded.orientation;
+    result.angle = angle;
+    result.spacing = gap * frames.scaleToInput(uprightFrame);
+    result.centre =
+        toPoint(frames.toInput(cv::Point2d(centre.point.x, centre.point.y), uprightFrame));
+    const int n = static_cast<int>(decoded.points.size());
+    const int ringStart = 1 + 3 * layer * (layer - 1);
+    for (int j = 0; j < 6 && layer > 0; ++j) {
+        const int i = ringStart + j * layer;
+        if (i < n) result.corners[j] = toPoint(frames.toInput(decoded.points[i], uprightFrame));
     }
-    r = assign_patArr(patArr, bits, count);
-    if (r < 0) return r;
-    timing("----------bit Array cal time: ", start3);
-    timings.decode = static_cast<long>(clock() - start3);
-    if (isWriteData) {
-        if (!writer) writer = std::make_unique<WriteData>();
-        writer->saveAsText(savePath + "bits_array_" + imgName + ".txt", patArr);
-    }
+    evidence.markerRatio = decoded.markerRatio;
+    evidence.fill = decoded.fill;
+    evidence.fillThreshold = decoded.fillThreshold;
+    evidence.boxSide = decoded.boxSide;
+    upright.binary = binRot;
+    upright.boxes = decoded.boxes;
+    upright.bits = decoded.bits;
+    upright.gap = gap;
 
     // 7. Result overlays.
-    if (imwriteOverlay) {
-        cv::Mat overlay, overlayBin;
-        cv::cvtColor(procRot, overlay, cv::COLOR_GRAY2BGR);
-        cv::cvtColor(binRot, overlayBin, cv::COLOR_GRAY2BGR);
-        putonOverlay(overlay, overlayBin, boxes, patArr, 3.0);
-        debugWrite(savePath + "_ori_" + imgName + ".jpg", overlay);
-        debugWrite(savePath + "_bin_" + imgName + ".jpg", overlayBin);
-    }
+    sink.overlay(procRot, binRot, decoded.boxes, decoded.bits);
     return 0;
 }
 
 void AlgPipeline::putonOverlay(cv::Mat& overlay, cv::Mat& overlayBin, const cv::Mat& boxes,
                                const cv::Mat& values, double /*scale*/) {
-    if (overlay.empty() || boxes.empty() || values.empty()) return;
-    cv::Mat b, v;
-    boxes.convertTo(b, CV_64F);
-    values.convertTo(v, CV_64F);
-    const int n = std::max(b.rows, b.cols);
-    const bool byRow = v.cols < v.rows;
-    const int available = byRow ? v.rows : v.cols;
-    for (int i = 0; i < n && i < b.rows && b.cols >= 4 && i < available; ++i) {
-        const double* bx = b.ptr<double>(i);
-        const int x1 = static_cast<int>(bx[0] + 0.5), y1 = static_cast<int>(bx[1] + 0.5);
-        const int x2 = static_cast<int>(bx[2] + 0.5), y2 = static_cast<int>(bx[3] + 0.5);
-        const int cx = (x1 + x2) / 2, cy = (y1 + y2) / 2;
-        const std::string label = std::to_string(i);
-        const double value = byRow ? v.at<double>(i, 0) : v.at<double>(0, i);
-        if (value > 0) {
-            if (!overlayBin.empty())
-                cv::rectangle(overlayBin, cv::Point(x1, y1), cv::Point(x2, y2),
-                              cv::Scalar(255, 0, 0), 1, 8, 0);
-            cv::rectangle(overlay, cv::Point(x1, y1), cv::Point(x2, y2), cv::Scalar(50, 200, 50), 2,
-                          8, 0);
-            cv::putText(overlay, label, cv::Point(cx - 3, cy + 3), 1, 1.5,
-                        cv::Scalar(200, 200, 200), 1, 8, false);
-            cv::circle(overlay, cv::Point(cx, cy), 2, cv::Scalar(0, 255, 20), 2, 8, 0);
-        } else {
-            cv::rectangle(overlay, cv::Point(x1, y1), cv::Point(x2, y2), cv::Scalar(50, 50, 200), 2,
-                          8, 0);
-            cv::putText(overlay, label, cv::Point(cx - 3, cy + 3), 1, 1.5, cv::Scalar(255, 30, 30),
-                        1, 8, false);
-        }
-    }
+    DebugSink::drawOverlay(overlay, overlayBin, boxes, values);
 }

@@ -1,22 +1,41 @@
 // One recognition run: pre-processing, region of interest, angle, spacing, centre, decoding.
 #pragma once
 
+#include <ctime>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include <opencv2/core.hpp>
 
+#include "FrameChain.h"
 #include "SystemPara.h"
+#include "qbcode_reader.hpp"
+
+#include "qbcode_export.h"
+
+QBCODE_VISIBLE_BEGIN
 
 class ImageProcessPipeline;
 class ImageRotation;
 class startPoint_cal;
 class WriteData;
 
+// The upright frame of a finished run, for services that measure the printed dots.
+struct UprightView {
+    cv::Mat grey;    // processed crop turned upright, before the tracker binarised it
+    cv::Mat binary;  // binary crop turned upright
+    cv::Mat input;   // the caller's grey levels reduced, cropped and turned likewise (on request)
+    cv::Mat boxes;   // sampling box per position (x1, y1, x2, y2)
+    cv::Mat bits;    // 1 x dotsNum, CV_64F
+    float gap = 0.f;
+};
+
 class AlgPipeline {
 public:
     explicit AlgPipeline(std::string path = std::string());
+    // A record already loaded (SystemPara::loadAll) or set in code: no file is read.
+    explicit AlgPipeline(const SystemPara& record);
     ~AlgPipeline();
     AlgPipeline(const AlgPipeline&) = delete;
     AlgPipeline& operator=(const AlgPipeline&) = delete;
@@ -26,6 +45,9 @@ public:
     // roi receives the code's region in the coordinates of the downsampled image.
     int Pipeline(unsigned char* image, int rows, int cols, int* bits, int dotsNum,
                  std::string imgName, cv::Rect& roi);
+    // The same run on an image of any row stride; fills `result`. keepUpright also keeps the
+    // upright grey images (the processed crop and the caller's grey levels) in `upright`.
+    int Run(const cv::Mat& image, const std::string& imgName, bool keepUpright = false);
     void assign_coordinates(std::vector<cv::Point2f>& points, float* out, int count);
     // -502 when the bit matrix holds fewer than count values or bits is null.
     int assign_patArr(cv::Mat& patArr, int* bits, int count);
@@ -61,29 +83,18 @@ public:
     std::vector<int> roiNearest;
     std::vector<int> roiLabel;
 
-    // Stage timings of the last run, in clock() ticks, for tools that report them.
-    struct Timings {
-        long preprocess = 0;
-        long roi = 0;
-        long angle = 0;
-        long centre = 0;
-        long decode = 0;
-    } timings;
-    // Angle, spacing and centre of the last run (rotated, downsampled frame).
-    int lastAngle = 0;
-    float lastGap = 0.f;
-    cv::Point lastCentre;
-    int lastOrientation = -1;
-    // When set, a successful run keeps the upright images and its grid for the print grade.
-    bool keepImages = false;
-    cv::Mat lastGrey;          // upright processed crop, before the tracker binarises it
-    cv::Mat lastBinary;        // upright binary crop
-    cv::Mat lastBoxes;         // sampling box per dot (x1, y1, x2, y2) in the upright crop
-    cv::Mat lastBits;          // 1 x dotsNum, CV_64F
-    cv::Mat lastInputUpright;  // the camera's grey levels, reduced, cropped and turned likewise
+    // The last run: everything the host gets, the frames it passed through, the region in the
+    // downsampled frame, and its upright images.
+    qbcode::Result result;
+    FrameChain frames;
+    cv::Rect region;
+    UprightView upright;
 
 private:
-    int runStages(cv::Mat& input, int* bits, int count, const std::string& imgName, cv::Rect& roi,
-                  clock_t start0);
-    void timing(const char* label, clock_t since) const;
+    int runStages(const cv::Mat& input, const std::string& imgName, bool keepUpright, int* bits,
+                  int count, clock_t start0);
+    bool regionFound = false;
+    std::unique_ptr<SystemPara> record;  // given at construction; copied into para per run
 };
+
+QBCODE_VISIBLE_END

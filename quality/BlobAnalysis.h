@@ -7,6 +7,10 @@
 
 #include <opencv2/core.hpp>
 
+#include "qbcode_export.h"
+
+QBCODE_VISIBLE_BEGIN
+
 class SystemPara;
 
 // A grid position's record is a member-wise copy of its blob's record: the two pointers are
@@ -60,3 +64,5 @@ private:
     // Records of earlier runs stay alive: callers' copies still point into them.
     std::vector<DotAttribute*> retired_;
 };
+
+QBCODE_VISIBLE_END

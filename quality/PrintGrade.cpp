@@ -7,6 +7,7 @@
 #include "AlgPipeline.h"
 #include "PrintingScoreCal.h"
 #include "SystemPara.h"
+#include "qbcode_reader.hpp"
 
 namespace qbcode {
 
@@ -112,22 +113,17 @@ int gradeImage(const unsigned char* image, int rows, int cols, const std::string
                GradeResult& out, const std::string& imageName) {
     if (image == nullptr || rows <= 0 || cols <= 0) return kGradeBadInput;
     const std::string path = paramsOrDefault(paramPath);
-    AlgPipeline pipeline(path);
-    int r = pipeline.Initialize();
+    const ReaderOptions options = ReaderOptions::fromFile(path);
+    AlgPipeline pipeline(options.params());
+    const cv::Mat view(rows, cols, CV_8UC1, const_cast<unsigned char*>(image));
+    const int r = pipeline.Run(view, imageName, true);
     if (r < 0) return r;
-    const int count = pipeline.dotsNum;
-    // The stages may write into their input: they get a copy.
-    cv::Mat work = cv::Mat(rows, cols, CV_8UC1, const_cast<unsigned char*>(image)).clone();
-    std::vector<int> bits(static_cast<size_t>(count), 0);
-    cv::Rect roi;
-    pipeline.keepImages = true;
-    r = pipeline.Pipeline(work.data, rows, cols, bits.data(), count, imageName, roi);
-    if (r < 0) return r;
-    out.bits = bits;
-    out.orientation = pipeline.lastOrientation;
+    out.bits = pipeline.result.bits;
+    out.orientation = pipeline.result.orientation;
 
+    const UprightView& up = pipeline.upright;
     cv::Mat boxes;
-    pipeline.lastBoxes.convertTo(boxes, CV_64F);
+    up.boxes.convertTo(boxes, CV_64F);
     if (boxes.cols < 4 || boxes.rows < 2 || boxes.channels() != 1) return kGradeInternal;
     cv::Mat points(boxes.rows, 2, CV_64F);
     for (int i = 0; i < boxes.rows; ++i) {
@@ -137,10 +133,9 @@ int gradeImage(const unsigned char* image, int rows, int cols, const std::string
     }
     // The camera's grey levels: the reader's own crop is normalised, so every dot looks equally
     // bright there.
-    const cv::Mat& raw = pipeline.lastInputUpright;
-    const bool rawUsable = raw.size() == pipeline.lastGrey.size();
-    return gradeDots(pipeline.lastBinary, rawUsable ? raw : pipeline.lastGrey, points,
-                     pipeline.lastGap, path, out, imageName);
+    const bool rawUsable = up.input.size() == up.grey.size();
+    return gradeDots(up.binary, rawUsable ? up.input : up.grey, points, up.gap, path, out,
+                     imageName);
 }
 
 }  // namespace
@@ -193,26 +188,7 @@ int gradeGrid(const cv::Mat& binary, const cv::Mat& grey, const cv::Mat& points,
 }
 
 const char* gradeStatusName(int status) {
-    switch (status) {
-        case 0:
-            return "ok";
-        case -505:
-            return "blob-input";
-        case -602:
-            return "blob-config";
-        case -603:
-            return "blob-no-config";
-        case -801:
-            return "score-config";
-        case kGradeBadInput:
-            return "grade-input";
-        case kGradeInternal:
-            return "grade-internal";
-        case kGradeTooFewDots:
-            return "too-few-dots";
-        default:
-            return status < 0 ? "not-read" : "ok";
-    }
+    return qbcode_status_name(status);
 }
 
 const char* gradeRating(double total, double maximum) {

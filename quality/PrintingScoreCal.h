@@ -5,6 +5,10 @@
 
 #include <opencv2/core.hpp>
 
+#include "qbcode_export.h"
+
+QBCODE_VISIBLE_BEGIN
+
 class SystemPara;
 
 class PrintingScoreCal {
@@ -43,3 +47,5 @@ public:
     double punishPointConnecting = 0.0;
     double punishPointMissing = 0.0;
 };
+
+QBCODE_VISIBLE_END

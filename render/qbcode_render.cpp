@@ -14,13 +14,6 @@ namespace {
 
 const double kPi = 3.14159265358979323846;
 
-bool isMarker(int i) {
-    const auto& on = markerOnPositions();
-    const auto& off = markerOffPositions();
-    return std::find(on.begin(), on.end(), i) != on.end() ||
-           std::find(off.begin(), off.end(), i) != off.end();
-}
-
 int positionsFor(int layers) {
     return layers <= 0 ? 1 : 1 + 3 * layers * (layers + 1);
 }
@@ -156,36 +149,6 @@ std::vector<cv::Point2d> gridOffsets(int layers, double spacing, double rotation
     return pts;
 }
 
-const std::vector<int>& markerOnPositions() {
-    static const std::vector<int> on{1, 2, 7, 9, 19, 22};
-    return on;
-}
-
-const std::vector<int>& markerOffPositions() {
-    static const std::vector<int> off{3, 4, 5, 6, 11, 13, 15, 17, 25, 28, 31, 34};
-    return off;
-}
-
-int freePositions(int layers) {
-    int n = 0;
-    for (int i = 0; i < positionsFor(layers); ++i) n += isMarker(i) ? 0 : 1;
-    return n;
-}
-
-std::vector<int> payloadBits(const std::vector<uint8_t>& payload, int layers) {
-    std::vector<int> bits(positionsFor(layers), 0);
-    size_t next = 0;
-    for (int i = 0; i < static_cast<int>(bits.size()); ++i) {
-        if (isMarker(i)) continue;
-        const size_t byte = next / 8, bit = next % 8;
-        bits[i] = byte < payload.size() ? (payload[byte] >> bit) & 1 : 0;
-        ++next;
-    }
-    for (int i : markerOnPositions())
-        if (i < static_cast<int>(bits.size())) bits[i] = 1;
-    return bits;
-}
-
 std::vector<int> payloadBits(uint64_t number, int layers) {
     std::vector<uint8_t> bytes(8);
     for (int k = 0; k < 8; ++k) bytes[k] = static_cast<uint8_t>(number >> (8 * k));
@@ -201,18 +164,6 @@ std::vector<int> randomBits(uint64_t seed, double density, int layers) {
         byte = static_cast<uint8_t>(v);
     }
     return payloadBits(bytes, layers);
-}
-
-std::vector<uint8_t> payloadBytes(const std::vector<int>& bits) {
-    std::vector<uint8_t> out;
-    size_t next = 0;
-    for (int i = 0; i < static_cast<int>(bits.size()); ++i) {
-        if (isMarker(i)) continue;
-        if (next % 8 == 0) out.push_back(0);
-        if (bits[i]) out.back() = static_cast<uint8_t>(out.back() | (1u << (next % 8)));
-        ++next;
-    }
-    return out;
 }
 
 cv::Mat renderCode(const std::vector<int>& bits, const CodeStyle& style) {

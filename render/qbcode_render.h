@@ -10,6 +10,8 @@
 
 #include <opencv2/core.hpp>
 
+#include "qbcode_reader.hpp"
+
 namespace qbrender {
 
 // Rings of a code with n positions, or -1 when n is not 1 + 3L(L+1).
@@ -19,22 +21,19 @@ int layersForPositions(size_t n);
 // by rotationDeg (the reader's own rotation convention). Order is the bit order.
 std::vector<cv::Point2d> gridOffsets(int layers, double spacing, double rotationDeg);
 
-// Positions of the always-printed and always-blank orientation markers.
-const std::vector<int>& markerOnPositions();
-const std::vector<int>& markerOffPositions();
+// The code format lives in the library; the renderer uses it as is.
+using qbcode::freePositions;
+using qbcode::markerOffPositions;
+using qbcode::markerOnPositions;
+using qbcode::payloadBits;
+using qbcode::payloadBytes;
 
-// The 91 bits of a five-ring code carrying payload: the 18 marker positions are set, the 73
-// free positions take the payload bits, least significant byte first, bit 0 of each byte first.
-std::vector<int> payloadBits(const std::vector<uint8_t>& payload, int layers = 5);
+// The 91 bits of a five-ring code carrying the number's eight bytes, least significant first.
 std::vector<int> payloadBits(uint64_t number, int layers = 5);
 // A valid code whose free positions are set at random with the given density. A number
 // payload leaves the last nine free positions (one side of the outer ring) blank, which can
 // make the centre search land one step off; test codes should use this instead.
 std::vector<int> randomBits(uint64_t seed, double density = 0.75, int layers = 5);
-// Reads the free positions back into bytes (ceil(free / 8) bytes).
-std::vector<uint8_t> payloadBytes(const std::vector<int>& bits);
-// Number of free (non-marker) positions of a code with the given rings.
-int freePositions(int layers);
 
 struct CodeStyle {
     double spacing = 22.0;       // distance between neighbouring dot centres, px

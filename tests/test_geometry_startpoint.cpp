@@ -115,8 +115,8 @@ TEST_P(RecognitionGeometry, FindsAngleGapAndCentre) {
     cv::Rect roi;
     ASSERT_EQ(pipe.Pipeline(img.data, img.rows, img.cols, out.data(), 91, "geom", roi), 0);
     EXPECT_EQ(out, bits);
-    EXPECT_LE(std::fabs(geomtest::periodDiff(23.0, pipe.lastAngle)), 2.0);
-    EXPECT_NEAR(pipe.lastGap, s.spacing * 0.6, 0.03 * s.spacing * 0.6);  // default downsampling
+    EXPECT_LE(std::fabs(geomtest::periodDiff(23.0, pipe.result.angle)), 2.0);
+    EXPECT_NEAR(pipe.upright.gap, s.spacing * 0.6, 0.03 * s.spacing * 0.6);  // default downsampling
 }
 
 INSTANTIATE_TEST_SUITE_P(AngleSearches, RecognitionGeometry, ::testing::Values(0, 1));

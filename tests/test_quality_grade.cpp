@@ -8,7 +8,7 @@
 #include <opencv2/imgproc.hpp>
 
 // The command runs in-process, under the same checks as the library.
-#include "../tools/cmd_grade.cpp"
+#include "commands.h"
 #include "PrintGrade.h"
 #include "qbcode_hexagon_recognition.h"
 #include "qbcode_render.h"

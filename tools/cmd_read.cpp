@@ -1,7 +1,6 @@
 // qbcode read: decodes image files and prints status, bits and box per image.
 #include <chrono>
 #include <cstdint>
-#include <ctime>
 #include <iomanip>
 #include <exception>
 #include <fstream>
@@ -13,11 +12,8 @@
 #include <opencv2/core/utils/logger.hpp>
 #include <opencv2/imgcodecs.hpp>
 
-#include "AlgPipeline.h"
-#include "SystemPara.h"
 #include "commands.h"
-#include "qbcode_hexagon_recognition.h"
-#include "qbcode_render.h"
+#include "qbcode_reader.hpp"
 
 namespace readcmd {
 
@@ -32,18 +28,14 @@ const char kUsage[] =
 struct Result {
     std::string image;
     bool loaded = false;
-    int status = 0;
-    std::vector<int> bits;
-    int box[4] = {0, 0, 0, 0};
-    bool timed = false;
-    AlgPipeline::Timings timings;
+    qbcode::Result read;
     double ms = 0.0;  // wall time of the recognition call
 };
 
 // The free positions of a decoded code as hex bytes, first byte first.
 std::string payloadHex(const std::vector<int>& bits) {
     std::ostringstream o;
-    for (uint8_t b : qbrender::payloadBytes(bits))
+    for (uint8_t b : qbcode::payloadBytes(bits))
         o << std::hex << std::setw(2) << std::setfill('0') << static_cast<int>(b);
     return o.str();
 }
@@ -57,33 +49,10 @@ std::string defaultParams() {
     return readable(local) ? local : std::string(QBCODE_DEFAULT_PARAMS);
 }
 
-// The entry point's work, with the driver kept at hand for its timings.
-void runTimed(const std::string& params, cv::Mat& img, Result& out) {
-    SystemPara sysPara(params);
-    sysPara.readPara("AlgPipeline");
-    sysPara.readPara("ImageProcess");
-    cv::Rect rect(0, 0, 0, 0);
-    try {
-        AlgPipeline pipeline(params);
-        out.status = pipeline.Pipeline(img.data, img.rows, img.cols, out.bits.data(),
-                                       static_cast<int>(out.bits.size()), "result.bmp", rect);
-        out.timings = pipeline.timings;
-        out.timed = true;
-    } catch (const std::exception& e) {
-        std::cerr << "recognition error: " << e.what() << std::endl;
-        out.status = -5;
-    }
-    AlgPipeline::toInputBox(rect, sysPara.DnRatio, out.box);
-}
-
 std::string bitString(const std::vector<int>& bits) {
     std::string s;
     for (int b : bits) s += b ? '1' : '0';
     return s;
-}
-
-double ticksToMs(long ticks) {
-    return 1000.0 * static_cast<double>(ticks) / CLOCKS_PER_SEC;
 }
 
 std::string jsonString(const std::string& s) {
@@ -103,46 +72,48 @@ std::string jsonString(const std::string& s) {
     return o.str();
 }
 
-void printText(const Result& r) {
+void printText(const Result& r, bool timed) {
     if (!r.loaded) {
         std::cout << r.image << ": cannot read image" << std::endl;
         return;
     }
-    std::cout << r.image << ": " << r.status << ' ' << statusName(r.status) << std::endl;
-    if (r.status == 0) {
-        std::cout << "  bits: " << bitString(r.bits) << std::endl;
-        std::cout << "  payload: " << payloadHex(r.bits) << std::endl;
-        std::cout << "  box: " << r.box[0] << ' ' << r.box[1] << ' ' << r.box[2] << ' ' << r.box[3]
+    const qbcode::Result& q = r.read;
+    std::cout << r.image << ": " << q.status << ' ' << q.statusName() << std::endl;
+    if (q.valid()) {
+        std::cout << "  bits: " << bitString(q.bits) << std::endl;
+        std::cout << "  payload: " << payloadHex(q.bits) << std::endl;
+        std::cout << "  box: " << q.box[0] << ' ' << q.box[1] << ' ' << q.box[2] << ' ' << q.box[3]
                   << std::endl;
     }
     std::cout << "  time: " << r.ms << " ms" << std::endl;
-    if (r.timed) {
-        const AlgPipeline::Timings& t = r.timings;
-        std::cout << "  timings ms: preprocess " << ticksToMs(t.preprocess) << ", roi "
-                  << ticksToMs(t.roi) << ", angle " << ticksToMs(t.angle) << ", centre "
-                  << ticksToMs(t.centre) << ", decode " << ticksToMs(t.decode) << std::endl;
+    if (timed) {
+        const qbcode::Timings& t = q.timings;
+        std::cout << "  timings ms: preprocess " << t.preprocess << ", roi " << t.region
+                  << ", angle " << t.angle << ", spacing " << t.spacing << ", centre " << t.centre
+                  << ", decode " << t.decode << std::endl;
     }
 }
 
-void printJson(const Result& r, bool last) {
+void printJson(const Result& r, bool timed, bool last) {
     std::cout << "  {\"image\": " << jsonString(r.image);
     if (!r.loaded) {
         std::cout << ", \"error\": \"cannot read image\"}" << (last ? "" : ",") << std::endl;
         return;
     }
-    std::cout << ", \"status\": " << r.status << ", \"name\": " << jsonString(statusName(r.status));
-    if (r.status == 0) {
-        std::cout << ", \"bits\": \"" << bitString(r.bits) << "\", \"payload\": \""
-                  << payloadHex(r.bits) << "\", \"box\": [" << r.box[0] << ", " << r.box[1] << ", "
-                  << r.box[2] << ", " << r.box[3] << "]";
+    const qbcode::Result& q = r.read;
+    std::cout << ", \"status\": " << q.status << ", \"name\": " << jsonString(q.statusName());
+    if (q.valid()) {
+        std::cout << ", \"bits\": \"" << bitString(q.bits) << "\", \"payload\": \""
+                  << payloadHex(q.bits) << "\", \"box\": [" << q.box[0] << ", " << q.box[1] << ", "
+                  << q.box[2] << ", " << q.box[3] << "]";
     }
     std::cout << ", \"ms\": " << r.ms;
-    if (r.timed) {
-        const AlgPipeline::Timings& t = r.timings;
-        std::cout << ", \"timings_ms\": {\"preprocess\": " << ticksToMs(t.preprocess)
-                  << ", \"roi\": " << ticksToMs(t.roi) << ", \"angle\": " << ticksToMs(t.angle)
-                  << ", \"centre\": " << ticksToMs(t.centre)
-                  << ", \"decode\": " << ticksToMs(t.decode) << "}";
+    if (timed) {
+        const qbcode::Timings& t = q.timings;
+        std::cout << ", \"timings_ms\": {\"preprocess\": " << t.preprocess
+                  << ", \"roi\": " << t.region << ", \"angle\": " << t.angle
+                  << ", \"spacing\": " << t.spacing << ", \"centre\": " << t.centre
+                  << ", \"decode\": " << t.decode << "}";
     }
     std::cout << "}" << (last ? "" : ",") << std::endl;
 }
@@ -186,14 +157,12 @@ int cmdRead(int argc, char** argv) {
         return 2;
     }
 
-    SystemPara sysPara(params);
-    sysPara.readPara("AlgPipeline");
-    if (sysPara.layer > 1000) {
-        std::cerr << "qbcode read: layer " << sysPara.layer << " in " << params
+    const qbcode::ReaderOptions options = qbcode::ReaderOptions::fromFile(params);
+    if (options.layers() > 1000) {
+        std::cerr << "qbcode read: layer " << options.layers() << " in " << params
                   << " is out of range" << std::endl;
         return 2;
     }
-    const int count = get_dots_num(sysPara.layer);
 
     // Unreadable files are reported per image below; OpenCV's own warning would repeat it.
     cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_ERROR);
@@ -210,24 +179,17 @@ int cmdRead(int argc, char** argv) {
         }
         r.loaded = !img.empty();
         if (r.loaded) {
-            if (!img.isContinuous()) img = img.clone();
-            r.bits.assign(static_cast<size_t>(count), 0);
             const auto t0 = std::chrono::steady_clock::now();
-            if (debug) {
-                runTimed(params, img, r);
-            } else {
-                r.status =
-                    quelbor_hexagon_recognition(img.data, img.rows, img.cols, 0, params.c_str(),
-                                                r.bits.data(), count, r.box, 4);
-            }
+            r.read =
+                qbcode::read(qbcode::ImageView(img.data, img.rows, img.cols, img.step), options);
             r.ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0)
                        .count();
         }
-        allRead = allRead && r.loaded && r.status == 0;
+        allRead = allRead && r.loaded && r.read.valid();
         if (json)
-            printJson(r, k + 1 == images.size());
+            printJson(r, debug, k + 1 == images.size());
         else
-            printText(r);
+            printText(r, debug);
     }
     if (json) std::cout << "]" << std::endl;
     return allRead ? 0 : 1;

@@ -26,6 +26,13 @@ double Dots_tracking::setBoxRadius(double gap) {
 }
 
 int Dots_tracking::calculateBitValue(const cv::Mat& binImage, int row, int col, int r) {
+    const long long count = countForeground(binImage, row, col, r);
+    const double side = 2.0 * r + 1.0;
+    const double threshold = side * side * static_cast<double>(boxRatio);
+    return threshold < static_cast<double>(count) ? 1 : 0;
+}
+
+long long Dots_tracking::countForeground(const cv::Mat& binImage, int row, int col, int r) const {
     const int type = binImage.type();
     long long count = 0;
     if (r > 0 && (type == CV_8UC1 || type == CV_32FC1)) {
@@ -45,9 +52,7 @@ int Dots_tracking::calculateBitValue(const cv::Mat& binImage, int row, int col, 
             }
         }
     }
-    const double side = 2.0 * r + 1.0;
-    const double threshold = side * side * static_cast<double>(boxRatio);
-    return threshold < static_cast<double>(count) ? 1 : 0;
+    return count;
 }
 
 int Dots_tracking::boundingBox_centroidPoint(const cv::Mat& boxes, cv::Mat& centres) {

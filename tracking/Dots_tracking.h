@@ -5,6 +5,10 @@
 
 #include <opencv2/core.hpp>
 
+#include "qbcode_export.h"
+
+QBCODE_VISIBLE_BEGIN
+
 class SystemPara;
 struct DotAttribute;
 
@@ -22,6 +26,8 @@ public:
     int Run(const cv::Mat& image, const cv::Mat& aux, cv::Mat& bits, cv::Mat& boxes, bool flag);
     double setBoxRadius(double gap);
     int calculateBitValue(const cv::Mat& binImage, int row, int col, int r);
+    // Foreground pixels in the window calculateBitValue decides on.
+    long long countForeground(const cv::Mat& binImage, int row, int col, int r) const;
     int boundingBox_centroidPoint(const cv::Mat& boxes, cv::Mat& centres);
 
     SystemPara* sysPara;
@@ -29,3 +35,5 @@ public:
     int debug = 0;
     float boxRatio = 0.2f;
 };
+
+QBCODE_VISIBLE_END

@@ -6,6 +6,10 @@
 
 #include "Dots_tracking.h"
 
+#include "qbcode_export.h"
+
+QBCODE_VISIBLE_BEGIN
+
 class Point_Generation;
 class BlobAnalysis;
 
@@ -32,3 +36,5 @@ public:
     double binaryMaxValue;
     std::unique_ptr<BlobAnalysis> blobAnalysis;
 };
+
+QBCODE_VISIBLE_END

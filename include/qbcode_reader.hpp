@@ -1,0 +1,131 @@
+// C++ interface of the hexagonal dot code reader: options, a full result and the read calls.
+// The C entry point, the qbcode tool and the print grade all go through it.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "qbcode_status.h"
+
+#include "qbcode_export.h"
+
+QBCODE_VISIBLE_BEGIN
+
+class SystemPara;
+
+namespace qbcode {
+
+// An 8-bit grey image owned by the caller; rows are stride bytes apart (stride >= cols).
+struct ImageView {
+    const uint8_t* data = nullptr;
+    int rows = 0;
+    int cols = 0;
+    size_t stride = 0;  // 0: cols
+
+    ImageView() = default;
+    ImageView(const uint8_t* d, int r, int c, size_t s = 0)
+        : data(d), rows(r), cols(c), stride(s) {}
+};
+
+// Every key of the parameter file. Default-constructed options hold the shipped parameter file;
+// options loaded from a file or from YAML text keep, per section, whether it was complete, and
+// a missing or broken section fails the read as it would from the file.
+class ReaderOptions {
+public:
+    ReaderOptions();
+    ReaderOptions(const ReaderOptions& other);
+    ReaderOptions& operator=(const ReaderOptions& other);
+    ReaderOptions(ReaderOptions&&) noexcept;
+    ReaderOptions& operator=(ReaderOptions&&) noexcept;
+    ~ReaderOptions();
+
+    // "" means "./algorithm_parameters_v01.yml". A file that cannot be read gives options whose
+    // reads fail with a configuration status.
+    static ReaderOptions fromFile(const std::string& path);
+    static ReaderOptions fromYaml(const std::string& text);
+
+    // The record of every key, to read or set in code (SystemPara.h).
+    SystemPara& params();
+    const SystemPara& params() const;
+
+    // Rings of the code ("layer") and the number of bits a read returns.
+    int layers() const;
+    int bitCount() const;
+
+private:
+    struct Blank {};
+    explicit ReaderOptions(Blank);
+    std::unique_ptr<SystemPara> para_;
+};
+
+struct Point {
+    double x = 0.0;  // column
+    double y = 0.0;  // row
+};
+
+// What the stages measured on the way to the bits.
+struct Evidence {
+    int clusters = 0;            // clusters of dot centroids found in the frame
+    int regionDots = 0;          // centroids in the code's cluster
+    float angleScore = 0.f;      // projection score of the chosen angle
+    double correlation = 0.0;    // best template correlation of the centre search (0..1)
+    bool recalibrated = false;   // the centre was found after the extra 30-degree turn
+    double markerRatio = 0.0;    // printed / blank marker count of the chosen orientation
+    int boxSide = 0;             // side of the sampling box, in upright pixels
+    std::vector<int> fill;       // foreground pixels in each position's box, in bit order
+    double fillThreshold = 0.0;  // a position is 1 when its fill exceeds this
+};
+
+// Stage timings of one read, in milliseconds of wall time.
+struct Timings {
+    double preprocess = 0.0;
+    double region = 0.0;
+    double angle = 0.0;
+    double spacing = 0.0;
+    double centre = 0.0;
+    double decode = 0.0;
+    double total = 0.0;
+};
+
+struct Result {
+    int status = QBCODE_INTERNAL_ERROR;  // 0 when the code was read
+    std::vector<int> bits;               // bit order: centre, then ring by ring
+    // The box of the C entry point: the region of interest 22 px in on every side, scaled back
+    // by "DnRatio" (x, y, width, height in input pixels; also filled when the read failed).
+    std::array<int, 4> box{{0, 0, 0, 0}};
+    int orientation = -1;            // 0..5: which of the six turns of the grid fits the markers
+    double angle = 0.0;              // degrees the input was turned to bring the code upright
+    double spacing = 0.0;            // dot spacing in input pixels
+    Point centre;                    // centre dot, input pixels
+    std::array<Point, 6> corners{};  // corner dots of the outer ring, input pixels
+    Evidence evidence;
+    Timings timings;
+
+    bool valid() const { return status == 0; }
+    const char* statusName() const { return qbcode_status_name(status); }
+};
+
+// Reads the code in the image. Never throws: failures come back as a negative status.
+Result read(const ImageView& image, const ReaderOptions& options = ReaderOptions());
+// Every code found in the image, largest first, at most maxCodes (0: no limit). A frame holds
+// at most one code for now; failures give an empty list.
+std::vector<Result> readAll(const ImageView& image, const ReaderOptions& options = ReaderOptions(),
+                            int maxCodes = 0);
+
+// The code format: positions of the orientation markers and the payload mapping.
+const std::vector<int>& markerOnPositions();
+const std::vector<int>& markerOffPositions();
+// Number of free (non-marker) positions of a code with the given rings.
+int freePositions(int layers);
+// The free positions as bytes, least significant bit first; exactly ceil(free / 8) bytes.
+std::vector<uint8_t> payloadBytes(const std::vector<int>& bits);
+// The bits of a code carrying payload: markers set, free positions filled from the bytes.
+std::vector<int> payloadBits(const std::vector<uint8_t>& payload, int layers = 5);
+
+}  // namespace qbcode
+
+QBCODE_VISIBLE_END

@@ -1,0 +1,168 @@
+#include "Stages.h"
+
+#include <algorithm>
+#include <limits>
+
+#include <opencv2/imgproc.hpp>
+
+#include "CodeFormat.h"
+#include "Hexagon_Dots_tracking.h"
+#include "ImageProcessPipeline.h"
+#include "PatternRotationCalculation.h"
+#include "Point_Generation.h"
+#include "ROI_Segment.h"
+#include "gapCalculation.h"
+#include "rotationAngleCal_C.h"
+#include "startPoint_cal.h"
+
+namespace stages {
+
+namespace {
+
+// int(v) for grid positions; what an int cannot hold saturates (the box then counts nothing).
+int truncSaturated(double v) {
+    if (!(v > -2147483648.0)) return std::numeric_limits<int>::min();
+    if (v >= 2147483647.0) return std::numeric_limits<int>::max();
+    return static_cast<int>(v);
+}
+
+}  // namespace
+
+Preprocessed preprocess(ImageProcessPipeline& chain, const cv::Mat& image) {
+    Preprocessed out;
+    out.input = image;
+    out.status = chain.process(out.input, out.processed, out.binary, out.centroids);
+    // The chain may hand back a view of a fixed crop of the image.
+    if (!image.empty() && out.input.data != image.data) {
+        cv::Size whole;
+        cv::Point offset;
+        out.input.locateROI(whole, offset);
+        cv::Size wholeImage;
+        cv::Point imageOffset;
+        image.locateROI(wholeImage, imageOffset);
+        out.preCrop = cv::Point2d(offset - imageOffset);
+    }
+    return out;
+}
+
+Region region(const Preprocessed& pre, float dc) {
+    Region out;
+    try {
+        const int n = static_cast<int>(pre.centroids.size());
+        out.coords.assign(2 * static_cast<size_t>(n), 0.f);
+        for (int i = 0; i < n; ++i) {
+            out.coords[2 * i] = pre.centroids[i].x;
+            out.coords[2 * i + 1] = pre.centroids[i].y;
+        }
+        out.rho.assign(n, 0.f);
+        out.delta.assign(n, 0.f);
+        out.nearest.assign(n, 0);
+        out.labels.assign(n, -1);
+        ROI_Segment segment(pre.processed.rows, pre.processed.cols, dc, n, 2);
+        const int k =
+            segment.cluster_densityPeaks(out.coords.data(), n, 2, dc, out.rho.data(),
+                                         out.delta.data(), out.nearest.data(), out.labels.data());
+        out.clusters = std::max(k, 0);
+        if (k < 1) {
+            out.rect = cv::Rect(0, 0, pre.processed.cols, pre.processed.rows);
+            out.dots = n;
+        } else {
+            out.rect = segment.cal_ROI(out.coords.data(), out.labels.data(), k);
+            if (out.rect.area() <= 0) {
+                out.status = -200;
+                return out;
+            }
+            if (out.rect.x + out.rect.width >= pre.processed.cols ||
+                out.rect.y + out.rect.height >= pre.processed.rows) {
+                out.status = -201;
+                return out;
+            }
+            const int label = segment.find_correct_cluster_label(out.labels.data(), n, k);
+            for (int l : out.labels) out.dots += l == label ? 1 : 0;
+        }
+        // The angle search needs continuous buffers.
+        out.grey = cv::Mat(pre.processed, out.rect).clone();
+        out.binary = cv::Mat(pre.binary, out.rect).clone();
+    } catch (...) {
+        out.status = -200;
+        out.threw = true;
+    }
+    return out;
+}
+
+Angle angle(Region& region, bool legacy, bool onlineReg, SystemPara* para) {
+    Angle out;
+    out.scores = cv::Mat::zeros(1, 180, CV_32F);
+    out.peaks = cv::Mat::zeros(180, 20, CV_32F);
+    if (legacy) {
+        cv::GaussianBlur(region.grey, region.grey, cv::Size(3, 3), 0, 0);
+        out.degrees = rotationAngleCal_C(region.grey, out.scores, out.peaks, para);
+        if (onlineReg) out.degrees = 90;
+        if (out.degrees < 0) out.status = out.degrees;
+    } else {
+        PatternRotationCalculation search;
+        out.degrees = search.rotationAngleCal(region.binary, out.scores, out.peaks);
+    }
+    if (out.status == 0 && out.degrees >= 0 && out.degrees < out.scores.cols)
+        out.score = out.scores.at<float>(0, out.degrees);
+    return out;
+}
+
+Spacing spacing(const Angle& angle) {
+    Spacing out;
+    gapCalculation calc;
+    out.gap = calc.gap_cal_M2(angle.scores, angle.peaks);
+    if (!(out.gap > 0.f)) {
+        const int code = static_cast<int>(out.gap);
+        out.status = (code == -311 || code == -312 || code == -313) ? code : -313;
+    }
+    return out;
+}
+
+Centre centre(startPoint_cal& finder, float gap, const cv::Mat& binaryUpright) {
+    Centre out;
+    out.gap = gap;
+    cv::Mat templ;
+    const int r = finder.findStartPoint_NCC(out.gap, binaryUpright, templ, out.point, 0.0);
+    out.correlation = finder.bestCorrelation;
+    if (r < 0) out.status = r;
+    return out;
+}
+
+Decoded decode(cv::Mat& greyUpright, const cv::Mat& binaryUpright, float gap, cv::Point centre,
+               int layer, bool quality, SystemPara* para, const std::string& imgName) {
+    Decoded out;
+    Hexagon_Dots_tracking tracker(para, static_cast<double>(gap), centre.x, centre.y, layer, 255.0);
+    tracker.imgName = imgName;
+    const int r = tracker.Run(greyUpright, binaryUpright, out.bits, out.boxes, quality);
+    if (r < 0) {
+        out.status = r;
+        return out;
+    }
+    out.orientation = r;
+
+    // The evidence behind each bit: how much of its box the (now binary) image fills.
+    const int radius = static_cast<int>(tracker.setBoxRadius(tracker.gap));
+    out.boxSide = 2 * radius + 1;
+    out.fillThreshold = static_cast<double>(out.boxSide) * out.boxSide * tracker.boxRatio;
+    cv::Mat grid;
+    tracker.pointGenerator->angle = 60.0 * r;
+    tracker.pointGenerator->Run(grid);
+    const int n = std::min(grid.rows, out.bits.cols);
+    for (int i = 0; i < n; ++i) {
+        const double row = grid.at<double>(i, 0), col = grid.at<double>(i, 1);
+        out.points.emplace_back(col, row);
+        out.fill.push_back(static_cast<int>(std::min<long long>(
+            tracker.countForeground(greyUpright, truncSaturated(row), truncSaturated(col), radius),
+            0x7fffffff)));
+    }
+    double on = 0.0, off = 0.0;
+    for (int i : qbcode::markerOnPositions())
+        on += i < out.bits.cols ? out.bits.at<double>(0, i) : 0.0;
+    for (int i : qbcode::markerOffPositions())
+        off += i < out.bits.cols ? out.bits.at<double>(0, i) : 0.0;
+    out.markerRatio = on / (off == 0.0 ? 1.0 : off);
+    return out;
+}
+
+}  // namespace stages

@@ -1,0 +1,80 @@
+// The recognition stages as functions with typed results. Each wraps the stage classes and
+// returns what it found together with the evidence it computed; the driver decides what to do
+// with a failure.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+class ImageProcessPipeline;
+class SystemPara;
+class startPoint_cal;
+
+namespace stages {
+
+struct Preprocessed {
+    int status = 0;
+    cv::Mat input;        // what the chain read: the caller's image, or its fixed pre-crop
+    cv::Point2d preCrop;  // offset of that crop in the caller's image
+    cv::Mat processed;    // downsampled, enhanced, 8-bit
+    cv::Mat binary;
+    std::vector<cv::Point2f> centroids;
+};
+Preprocessed preprocess(ImageProcessPipeline& chain, const cv::Mat& image);
+
+struct Region {
+    int status = 0;
+    bool threw = false;  // the clustering raised an exception (reported as -200)
+    cv::Rect rect;       // in the processed frame
+    int clusters = 0;
+    int dots = 0;          // centroids in the chosen cluster
+    cv::Mat grey, binary;  // continuous crops of the processed and binary images
+    // The clustering's working arrays: (x, y) pairs, density, distance to a denser point,
+    // that point, and the cluster label of every centroid.
+    std::vector<float> coords, rho, delta;
+    std::vector<int> nearest, labels;
+};
+Region region(const Preprocessed& pre, float dc);
+
+struct Angle {
+    int status = 0;
+    int degrees = 0;
+    float score = 0.f;
+    cv::Mat scores;  // 1 x 180
+    cv::Mat peaks;   // 180 x 20
+};
+// legacy selects the legacy-matrix calculation on the grey crop (which it smooths in place).
+Angle angle(Region& region, bool legacy, bool onlineReg, SystemPara* para);
+
+struct Spacing {
+    int status = 0;
+    float gap = 0.f;  // processed-frame pixels
+};
+Spacing spacing(const Angle& angle);
+
+struct Centre {
+    int status = 0;
+    cv::Point point;  // (0, 0) when none was found
+    float gap = 0.f;  // refined by the template that matched best
+    double correlation = 0.0;
+};
+Centre centre(startPoint_cal& finder, float gap, const cv::Mat& binaryUpright);
+
+struct Decoded {
+    int status = 0;
+    int orientation = -1;
+    cv::Mat bits;                     // 1 x N, CV_64F
+    cv::Mat boxes;                    // N x 4 (x1, y1, x2, y2), upright frame
+    std::vector<cv::Point2d> points;  // grid positions (x, y) of the chosen orientation
+    std::vector<int> fill;            // foreground pixels in each box
+    double fillThreshold = 0.0;
+    int boxSide = 0;
+    double markerRatio = 0.0;
+};
+// Binarises greyUpright in place, as the tracker does.
+Decoded decode(cv::Mat& greyUpright, const cv::Mat& binaryUpright, float gap, cv::Point centre,
+               int layer, bool quality, SystemPara* para, const std::string& imgName);
+
+}  // namespace stages
