@@ -1,0 +1,176 @@
+// The C++ reader: frames back to input pixels, options from a file, from text and from code, and
+// the full result on rendered codes.
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <opencv2/imgproc.hpp>
+
+#include "FrameChain.h"
+#include "ImageRotation.h"
+#include "SystemPara.h"
+#include "qbcode_reader.hpp"
+#include "qbcode_render.h"
+#include "test_geometry_support.h"
+#include "test_support.h"
+
+namespace {
+
+cv::Point2d centroidOf(const cv::Mat& img) {
+    const cv::Moments m = cv::moments(img);
+    return cv::Point2d(m.m10 / m.m00, m.m01 / m.m00);
+}
+
+qbcode::Result readMat(const cv::Mat& img, const qbcode::ReaderOptions& options) {
+    return qbcode::read(qbcode::ImageView(img.data, img.rows, img.cols, img.step), options);
+}
+
+double distance(const qbcode::Point& a, const cv::Point2d& b) {
+    return std::hypot(a.x - b.x, a.y - b.y);
+}
+
+}  // namespace
+
+// Every step the driver takes, done to an image with one bright spot: the chain must put the
+// spot where the pixels put it, and bring it back to where it started.
+TEST(FrameChain, FollowsThePixelsThroughEveryFrameAndBack) {
+    cv::Mat input = cv::Mat::zeros(960, 1280, CV_32F);
+    const cv::Point2d spot(700.3, 520.6);
+    cv::circle(input, cv::Point(cvRound(spot.x * 16), cvRound(spot.y * 16)), 6 * 16,
+               cv::Scalar(200), cv::FILLED, cv::LINE_AA, 4);
+    cv::GaussianBlur(input, input, cv::Size(0, 0), 3);
+    cv::Mat img;
+    input.convertTo(img, CV_8U);
+
+    FrameChain chain;
+    cv::Mat frame = img(cv::Rect(320, 240, 640, 480));
+    int f = chain.crop(cv::Point2d(320, 240));
+    cv::Mat reduced;
+    cv::resize(frame, reduced, cv::Size(384, 288), 0, 0, cv::INTER_LINEAR);
+    f = chain.resize(frame.size(), reduced.size());
+    const cv::Rect roi(60, 50, 230, 200);
+    cv::Mat crop = reduced(roi).clone();
+    f = chain.crop(roi.tl());
+    ImageRotation turn;
+    cv::Mat up;
+    turn.rotate(crop, up, 23.0f);
+    f = chain.turn(up.size(), 23.0);
+    turn.rotate(up, up, 30.0f);
+    f = chain.turn(up.size(), 30.0);
+
+    const cv::Point2d expected = chain.fromInput(spot, f);
+    const cv::Point2d seen = centroidOf(up);
+    EXPECT_NEAR(seen.x, expected.x, 0.25);
+    EXPECT_NEAR(seen.y, expected.y, 0.25);
+    const cv::Point2d back = chain.toInput(seen, f);
+    EXPECT_NEAR(back.x, spot.x, 0.5);
+    EXPECT_NEAR(back.y, spot.y, 0.5);
+    for (int k = 0; k <= f; ++k) {
+        const cv::Point2d there = chain.map(cv::Point2d(11.5, -7.25), f, k);
+        const cv::Point2d again = chain.map(there, k, f);
+        EXPECT_NEAR(again.x, 11.5, 1e-9);
+        EXPECT_NEAR(again.y, -7.25, 1e-9);
+    }
+    EXPECT_NEAR(chain.scaleToInput(f), 640.0 / 384.0, 1e-12);
+}
+
+struct Placement {
+    const char* name;
+    double rotation, spacing;
+    cv::Size size;
+    cv::Point2d centre;
+    bool preCrop;
+};
+
+class FullResult : public ::testing::TestWithParam<Placement> {};
+
+// The centre and the six corners of the outer ring land on the printed dots, in input pixels,
+// whatever the turn, the spacing, the downsampling and the fixed pre-crop did.
+TEST_P(FullResult, CentreAndCornersLandOnThePrintedDots) {
+    const Placement& p = GetParam();
+    qbrender::CodeStyle style = geomtest::style(p.rotation, p.spacing, p.size, p.centre);
+    const std::vector<int> bits = qbrender::randomBits(7);
+    const cv::Mat img = qbrender::renderCode(bits, style);
+    qbcode::ReaderOptions options = qbcode::ReaderOptions::fromFile(QBCODE_DEFAULT_PARAMS);
+    options.params().imgPreROI = p.preCrop ? 1 : 0;
+    const qbcode::Result r = readMat(img, options);
+    ASSERT_EQ(r.status, 0) << r.statusName();
+    EXPECT_EQ(r.bits, bits);
+    // The template search finds the centre to a whole pixel of the downsampled frame.
+    const double tolerance = 0.25 * p.spacing;
+    EXPECT_LT(distance(r.centre, p.centre), tolerance);
+    EXPECT_NEAR(r.spacing, p.spacing, 0.05 * p.spacing);
+    const std::vector<cv::Point2d> offsets = qbrender::gridOffsets(5, p.spacing, p.rotation);
+    for (const qbcode::Point& corner : r.corners) {
+        double nearest = 1e9;
+        for (int j = 0; j < 6; ++j) {
+            const cv::Point2d& o = offsets[61 + 5 * j];
+            nearest = std::min(nearest, distance(corner, p.centre + cv::Point2d(o.y, o.x)));
+        }
+        EXPECT_LT(nearest, tolerance) << corner.x << ", " << corner.y;
+    }
+    EXPECT_GE(r.evidence.correlation, 0.3);
+    EXPECT_EQ(r.evidence.fill.size(), bits.size());
+    EXPECT_GE(r.evidence.markerRatio, 2.0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Placements, FullResult,
+    ::testing::Values(Placement{"Upright", 0, 22, {640, 480}, {320, 240}, false},
+                      Placement{"Turned37", 37, 24, {640, 480}, {300, 250}, false},
+                      Placement{"Turned113Wide", 113, 30, {640, 480}, {330, 236}, false},
+                      Placement{"PreCropOf1280x960", 71, 20, {1280, 960}, {640, 480}, true}),
+    [](const ::testing::TestParamInfo<Placement>& info) { return std::string(info.param.name); });
+
+TEST(ReaderOptions, TextFileAndDefaultsAgreeAndCodeCanChangeThem) {
+    const qbcode::ReaderOptions fromFile = qbcode::ReaderOptions::fromFile(QBCODE_DEFAULT_PARAMS);
+    const qbcode::ReaderOptions fromText =
+        qbcode::ReaderOptions::fromYaml(testsupport::defaultParams());
+    const qbcode::ReaderOptions shipped;
+    const cv::Mat img =
+        qbrender::renderCode(qbrender::randomBits(3), geomtest::style(15, 22, cv::Size(640, 480)));
+    const qbcode::Result a = readMat(img, fromFile), b = readMat(img, fromText),
+                         c = readMat(img, shipped);
+    ASSERT_EQ(a.status, 0);
+    EXPECT_EQ(a.bits, b.bits);
+    EXPECT_EQ(a.bits, c.bits);
+    EXPECT_EQ(a.box, b.box);
+    EXPECT_EQ(a.box, c.box);
+
+    // Set in code: the stages take the record as it stands and read no file.
+    qbcode::ReaderOptions three = fromText;
+    three.params().layer = 3;
+    EXPECT_EQ(three.bitCount(), 37);
+    EXPECT_EQ(fromText.bitCount(), 91);
+    three.params().DnRatio = 0.0;
+    EXPECT_EQ(readMat(img, three).status, QBCODE_IMAGE_TOO_SMALL);
+}
+
+TEST(ReaderOptions, BrokenSourcesFailTheReadLikeTheFileWould) {
+    const cv::Mat img(480, 640, CV_8U, cv::Scalar(0));
+    EXPECT_EQ(readMat(img, qbcode::ReaderOptions::fromYaml("%YAML:1.0\n---\nx: [1, 2\n")).status,
+              QBCODE_CONFIG);
+    EXPECT_EQ(readMat(img, qbcode::ReaderOptions::fromFile("/nonexistent/params.yml")).status,
+              QBCODE_CONFIG);
+    const std::string noImageSection = testsupport::paramsWithout("ImageProcess", "DnRatio");
+    EXPECT_EQ(readMat(img, qbcode::ReaderOptions::fromYaml(noImageSection)).status,
+              QBCODE_IMAGE_PARAMS_MISSING);
+    EXPECT_EQ(qbcode::read(qbcode::ImageView(img.data, 480, 640, 100)).status,
+              QBCODE_EMPTY_IMAGE);  // a stride shorter than a row
+}
+
+TEST(ReadAll, OneCodeOrNone) {
+    const cv::Mat img =
+        qbrender::renderCode(qbrender::randomBits(5), geomtest::style(40, 24, cv::Size(640, 480)));
+    EXPECT_EQ(qbcode::readAll(qbcode::ImageView(img.data, img.rows, img.cols)).size(), 1u);
+    const cv::Mat blank(480, 640, CV_8U, cv::Scalar(0));
+    EXPECT_TRUE(qbcode::readAll(qbcode::ImageView(blank.data, 480, 640)).empty());
+}
+
+TEST(StatusTable, NamesEveryCodeOnce) {
+    EXPECT_STREQ(qbcode_status_name(0), "ok");
+    EXPECT_STREQ(qbcode_status_name(3), "ok");
+    EXPECT_STREQ(qbcode_status_name(-100), "empty-image/angle-config");
+    EXPECT_STREQ(qbcode_status_name(-12345), "unknown");
+}
