@@ -9,7 +9,7 @@ DEMO_DIR   := $(BUILD)/demo
 # without installing it (nothing of its Python code is used).
 PHOTOS     := $(BUILD)/photos
 
-.PHONY: all deps configure build asan test demo bench accuracy fuzz photos format clean
+.PHONY: all deps configure build asan test test-arm demo bench accuracy fuzz photos format clean
 
 all: build
 
@@ -56,6 +56,10 @@ photos:
 test: build asan photos
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 	cd $(ASAN_BUILD) && ctest --output-on-failure -j $(JOBS)
+
+# Cross-builds for aarch64 and armhf against Debian's own OpenCV and runs every test under qemu-user.
+test-arm: deps
+	JOBS=$(JOBS) scripts/test-arm.sh aarch64 armhf
 
 # Renders a camera-like code with a known payload, reads it back and writes the overlay.
 DEMO_PAYLOAD := c0ffee5eedba5eba11
