@@ -51,6 +51,7 @@ sysroot() {
   local key="$debarch ${SUITES[*]} $SYSROOT_PACKAGES"
   [ -f "$dir/.qbcode-sysroot" ] && [ "$(cat "$dir/.qbcode-sysroot")" = "$key" ] && return 0
   rm -rf "$dir" "$dir.new"
+  mkdir -p "$(dirname "$dir")"
   local sources=() s
   for s in "${SUITES[@]}"; do sources+=("deb http://deb.debian.org/debian $s main"); done
   attempt() {
