@@ -5,47 +5,83 @@
 
 #include <opencv2/core.hpp>
 
+#include "ParamFile.h"
+#include "qbcode_status.h"
+
 namespace {
 
-using Reader = std::function<void(const cv::FileNode&)>;
+using Reader = std::function<bool(const cv::FileNode&)>;
 using KeyList = std::vector<std::pair<const char*, Reader>>;
 
+// A key of the wrong YAML type is refused instead of read as OpenCV's INT_MAX or FLT_MAX.
+bool isNumber(const cv::FileNode& n) {
+    return n.isInt() || n.isReal();
+}
+bool isInteger(const cv::FileNode& n) {
+    if (n.isInt()) return true;
+    if (!n.isReal()) return false;
+    const double v = n.real();
+    return v >= -2147483648.0 && v < 2147483647.5;  // cvRound of a finite value in int range
+}
+
 Reader intKey(int& field) {
-    return [&field](const cv::FileNode& n) { cv::read(n, field, 0); };
+    return [&field](const cv::FileNode& n) {
+        if (!isInteger(n)) return false;
+        cv::read(n, field, 0);
+        return true;
+    };
 }
 Reader floatKey(float& field) {
-    return [&field](const cv::FileNode& n) { cv::read(n, field, 0.f); };
+    return [&field](const cv::FileNode& n) {
+        if (!isNumber(n)) return false;
+        cv::read(n, field, 0.f);
+        return true;
+    };
 }
 Reader doubleKey(double& field) {
-    return [&field](const cv::FileNode& n) { cv::read(n, field, 0.0); };
+    return [&field](const cv::FileNode& n) {
+        if (!isNumber(n)) return false;
+        cv::read(n, field, 0.0);
+        return true;
+    };
 }
 Reader stringKey(std::string& field) {
     return [&field](const cv::FileNode& n) {
+        if (!n.isString()) return false;
         cv::String s;
         cv::read(n, s, "");
         field = s;
+        return true;
     };
 }
 // The pre-processing switches live in the file as integers.
 Reader boolKey(bool& field) {
     return [&field](const cv::FileNode& n) {
+        if (!isInteger(n)) return false;
         int v = 0;
         cv::read(n, v, 0);
         field = v > 0;
+        return true;
     };
 }
 Reader floatSeqKey(std::vector<float>& field) {
     return [&field](const cv::FileNode& n) {
-        if (n.isSeq()) {
-            field.resize(n.size());
-            for (size_t i = 0; i < field.size(); ++i)
-                cv::read(n[static_cast<int>(i)], field[i], 0.f);
-        } else if (n.isInt() || n.isReal()) {
+        if (isNumber(n)) {
             field.assign(1, 0.f);
             cv::read(n, field[0], 0.f);
-        } else {
-            field.clear();
+            return true;
         }
+        if (!n.isSeq()) return false;
+        // One pass with the iterator: indexing a sequence walks it from the start each time.
+        std::vector<float> values;
+        values.reserve(n.size());
+        for (const cv::FileNode& e : n) {
+            if (!isNumber(e)) return false;
+            values.push_back(0.f);
+            cv::read(e, values.back(), 0.f);
+        }
+        field = std::move(values);
+        return true;
     };
 }
 
@@ -63,23 +99,39 @@ const std::vector<std::string>& SystemPara::sectionNames() {
 
 namespace {
 
-// Parsing may throw on malformed YAML; the caller treats that as an unreadable file.
-bool openSource(cv::FileStorage& fs, const std::string& path, const std::string& text) {
-    if (text.empty())
-        fs.open(path, cv::FileStorage::READ);
-    else
-        fs.open(text, cv::FileStorage::READ | cv::FileStorage::MEMORY);
-    return fs.isOpened();
+// 0 when fs is open, else -1 or the refusal status of the file. The text is checked before the
+// parser sees it; parsing may still throw on malformed YAML, which callers take as unreadable.
+int openSource(cv::FileStorage& fs, const std::string& path, const std::string& text) {
+    std::string fileText;
+    const std::string* source = &text;
+    if (text.empty()) {
+        const int r = qbcode::paramfile::readFile(path, fileText);
+        if (r < 0) return r;
+        source = &fileText;
+    }
+    const int r = qbcode::paramfile::checkText(*source);
+    if (r < 0) return r;
+    if (source->empty()) return -1;
+    fs.open(*source, cv::FileStorage::READ | cv::FileStorage::MEMORY);
+    return fs.isOpened() ? 0 : -1;
 }
 
-int readKeys(const cv::FileStorage& fs, const std::string& section, KeyList& keys) {
+int readKeys(const cv::FileStorage& fs, const std::string& section, KeyList& keys,
+             std::string& badKey) {
     if (keys.empty()) return -1;
     cv::FileNode node = fs[section];
     if (node.empty()) return -2;
+    if (!node.isMap()) {
+        if (badKey.empty()) badKey = section;
+        return QBCODE_PARAM_TYPE;
+    }
     for (auto& key : keys) {
         cv::FileNode value = node[key.first];
         if (value.empty()) return -2;
-        key.second(value);
+        if (!key.second(value)) {
+            if (badKey.empty()) badKey = section + "." + key.first;
+            return QBCODE_PARAM_TYPE;
+        }
     }
     return 1;
 }
@@ -89,12 +141,13 @@ int readKeys(const cv::FileStorage& fs, const std::string& section, KeyList& key
 void SystemPara::loadAll() {
     std::map<std::string, int> results;
     loaded.clear();
+    badKey.clear();
     try {
         cv::FileStorage fs;
-        const bool open = openSource(fs, paramPath, paramText);
+        const int open = openSource(fs, paramPath, paramText);
         for (const std::string& section : sectionNames()) {
             KeyList keys = keysFor(section);
-            results[section] = open ? readKeys(fs, section, keys) : -1;
+            results[section] = open == 0 ? readKeys(fs, section, keys, badKey) : open;
         }
     } catch (const cv::Exception&) {
         for (const std::string& section : sectionNames()) results[section] = -1;
@@ -111,8 +164,9 @@ int SystemPara::readPara(std::string section) {
     // A malformed file makes OpenCV throw; the host sees it as unreadable.
     try {
         cv::FileStorage fs;
-        if (!openSource(fs, paramPath, paramText)) return -1;
-        return readKeys(fs, section, keys);
+        const int open = openSource(fs, paramPath, paramText);
+        if (open < 0) return open;
+        return readKeys(fs, section, keys, badKey);
     } catch (const cv::Exception&) {
         return -1;
     }

@@ -21,6 +21,8 @@ public:
 
     // 1 when the whole section was read, -1 for an unreadable file or an unknown
     // section, -2 when the section or one of its keys is missing (keys before it stay).
+    // A file refused before parsing gives its status (-700 to -702, ParamFile.h); a key of
+    // the wrong type ends the section like a missing one with -703 and is named in badKey.
     int readPara(std::string section);
     // Reads every section once and keeps each one's result; readPara then answers from the
     // record without reading again, so fields set in code after loading stay as set.
@@ -102,11 +104,13 @@ public:
     std::string paramText;
     // readPara's result per section once loadAll has run.
     std::map<std::string, int> loaded;
+    // "Section.key" (or "Section") of the first value of the wrong YAML type; empty when none.
+    std::string badKey;
 
     static const std::vector<std::string>& sectionNames();
 
 private:
-    using KeyList = std::vector<std::pair<const char*, std::function<void(const cv::FileNode&)>>>;
+    using KeyList = std::vector<std::pair<const char*, std::function<bool(const cv::FileNode&)>>>;
     // The keys of a section in file order, each bound to its field; empty for an unknown name.
     KeyList keysFor(const std::string& section);
 };

@@ -10,7 +10,18 @@
 #include <opencv2/imgproc.hpp>
 
 #include "DebugImage.h"
+#include "ParamFile.h"
+#include "qbcode_status.h"
 #include "SystemPara.h"
+
+namespace {
+
+bool tooLarge(int rows, int cols) {
+    return rows > qbcode::limits::kMaxImageSide || cols > qbcode::limits::kMaxImageSide ||
+           static_cast<long long>(rows) * cols > qbcode::limits::kMaxImagePixels;
+}
+
+}  // namespace
 
 int ImageProcessPipeline::initialize() {
     if (sysPara == nullptr) return -1;  // as for an unreadable file
@@ -42,12 +53,20 @@ int ImageProcessPipeline::process(cv::Mat& input, cv::Mat& processed, cv::Mat& b
     } else if (imgPreROI != 0 && input.rows >= 960 && input.cols >= 1280) {
         input = input(cv::Rect(320, 240, 640, 480));
     }
+    // Every cost limit is checked before the first pixel is touched: the caller's size may be
+    // larger than its buffer, and each scale costs a pass over the whole image.
+    if (tooLarge(input.rows, input.cols)) return QBCODE_IMAGE_TOO_LARGE;
+    if (HessianScale.size() > qbcode::limits::kMaxScales ||
+        LogScale.size() > qbcode::limits::kMaxScales)
+        return QBCODE_TOO_MANY_SCALES;
 
     // The resize cannot make a zero, negative or unrepresentable size.
     if (!(DnRatio > 0.0) || !std::isfinite(DnRatio)) return -112;
     const double rowsD = std::trunc(input.rows * DnRatio);
     const double colsD = std::trunc(input.cols * DnRatio);
     if (rowsD > INT_MAX || colsD > INT_MAX || rowsD * colsD > INT_MAX) return -112;
+    if (DnRatio > qbcode::limits::kMaxDnRatio) return QBCODE_DNRATIO_RANGE;
+    if (tooLarge(static_cast<int>(rowsD), static_cast<int>(colsD))) return QBCODE_IMAGE_TOO_LARGE;
     const int newRows = static_cast<int>(rowsD), newCols = static_cast<int>(colsD);
     if (Debug) {
         std::cout << "image original size: " << input.rows << "x" << input.cols << std::endl;

@@ -45,6 +45,14 @@ extern "C" {
     X(QBCODE_CONFIG, -600, "config")                                   \
     X(QBCODE_BLOB_CONFIG, -602, "blob-config")                         \
     X(QBCODE_BLOB_NO_CONFIG, -603, "blob-no-config")                   \
+    X(QBCODE_PARAMS_NOT_REGULAR, -700, "params-not-regular-file")      \
+    X(QBCODE_PARAMS_TOO_LARGE, -701, "params-too-large")               \
+    X(QBCODE_PARAMS_TOO_DEEP, -702, "params-too-deep")                 \
+    X(QBCODE_PARAM_TYPE, -703, "param-wrong-type")                     \
+    X(QBCODE_TOO_MANY_SCALES, -710, "too-many-scales")                 \
+    X(QBCODE_DNRATIO_RANGE, -711, "dnratio-range")                     \
+    X(QBCODE_IMAGE_TOO_LARGE, -712, "image-too-large")                 \
+    X(QBCODE_LAYER_TOO_LARGE, -713, "layer-too-large")                 \
     X(QBCODE_SCORE_CONFIG, -801, "score-config")                       \
     X(QBCODE_GRADE_INPUT, -802, "grade-input")                         \
     X(QBCODE_GRADE_INTERNAL, -803, "grade-internal")                   \

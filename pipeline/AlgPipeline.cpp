@@ -7,6 +7,7 @@
 #include "DebugSink.h"
 #include "ImageProcessPipeline.h"
 #include "ImageRotation.h"
+#include "ParamFile.h"
 #include "Stages.h"
 #include "WriteData.h"
 #include "qbcode_hexagon_recognition.h"
@@ -48,7 +49,10 @@ int AlgPipeline::Initialize() {
             paramPath = "../../SystemParameter/Config/algorithm_parameters_v01.yml";
         para = std::make_unique<SystemPara>(paramPath);
     }
-    if (para->readPara("AlgPipeline") < 0) return -600;
+    const int r = para->readPara("AlgPipeline");
+    if (r < 0) return qbcode::paramfile::configStatus(r, -600);
+    // Each ring adds six positions to every grid the tracker samples.
+    if (para->layer > qbcode::limits::kMaxLayer) return QBCODE_LAYER_TOO_LARGE;
     debug = para->debug;
     isShowImg = para->isShowImg;
     isWriteImg = para->isWriteImg;

@@ -255,8 +255,11 @@ TEST_F(Tracking, QualityAnalysisMeasuresTheDecodedGrid) {
     EXPECT_GE(tracker.print_qualityAnalysis(bin, grey, centres, dots), 0);
     EXPECT_EQ(records[1].found, 1);  // a marker dot, always printed
     EXPECT_EQ(records[3].found, 0);  // a blank marker
+    const cv::Point2d* earlier = records[1].centroid;  // points into the first analysis
     cv::Mat negative(grey.size(), CV_32F, cv::Scalar(-1.0));
     EXPECT_EQ(tracker.print_qualityAnalysis(bin, negative, centres, dots), -503);
+    ASSERT_NE(earlier, nullptr);
+    EXPECT_GT(earlier->x, 0.0);  // still alive after the second call
     EXPECT_EQ(tracker.blobAnalysis->imgName, "q.bmp");
     Hexagon_Dots_tracking orphan(nullptr, 22.0, 320, 240, 5);  // no configuration record
     EXPECT_EQ(orphan.print_qualityAnalysis(bin, grey, centres, dots), -503);

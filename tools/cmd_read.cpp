@@ -1,9 +1,11 @@
 // qbcode read: decodes image files and prints status, bits and box per image.
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <chrono>
 #include <cstdint>
 #include <iomanip>
 #include <exception>
-#include <fstream>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -40,8 +42,10 @@ std::string payloadHex(const std::vector<int>& bits) {
     return o.str();
 }
 
+// A regular file we may read; opening a FIFO to find out would block.
 bool readable(const std::string& path) {
-    return static_cast<bool>(std::ifstream(path));
+    struct stat st;
+    return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) && ::access(path.c_str(), R_OK) == 0;
 }
 
 std::string defaultParams() {

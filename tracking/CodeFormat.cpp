@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "qbcode_hexagon_recognition.h"
+
 namespace qbcode {
 
 const std::vector<int>& markerOnPositions() {
@@ -22,7 +24,8 @@ bool isMarker(int i) {
 }
 
 int positionsFor(int layers) {
-    return layers <= 0 ? 1 : 1 + 3 * layers * (layers + 1);
+    // The count saturates as get_dots_num does: a hostile "layer" must not overflow.
+    return get_dots_num(layers);
 }
 
 int freePositions(int layers) {

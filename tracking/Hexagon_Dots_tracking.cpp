@@ -151,7 +151,8 @@ int Hexagon_Dots_tracking::print_qualityAnalysis(const cv::Mat& a, const cv::Mat
                                                  const cv::Mat& c,
                                                  std::vector<DotAttribute*> dots) {
     const std::string name = imgName;
-    // Replacing the analysis frees the previous one.
+    // The caller's records of an earlier analysis point into it: it lives as long as the tracker.
+    if (blobAnalysis) earlierAnalyses.push_back(std::move(blobAnalysis));
     blobAnalysis = std::make_unique<BlobAnalysis>(sysPara, name);
     std::vector<DotAttribute*> copy = dots;
     const int r = blobAnalysis->blob_analysis(a, b, c, copy);

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "Dots_tracking.h"
 
@@ -35,6 +36,8 @@ public:
     std::unique_ptr<Point_Generation> pointGenerator;
     double binaryMaxValue;
     std::unique_ptr<BlobAnalysis> blobAnalysis;
+    // Analyses replaced by a later call; freed with the tracker.
+    std::vector<std::unique_ptr<BlobAnalysis>> earlierAnalyses;
 };
 
 QBCODE_VISIBLE_END
