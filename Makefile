@@ -1,6 +1,7 @@
 # Everything a fresh Debian machine needs: `make demo` and `make test`.
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
+TSAN_BUILD ?= build-tsan
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 PACKAGES   := cmake make g++ pkg-config libopencv-dev googletest libgtest-dev libbenchmark-dev
 SUDO       := $(shell [ "$$(id -u)" -eq 0 ] || echo sudo)
@@ -9,7 +10,7 @@ DEMO_DIR   := $(BUILD)/demo
 # without installing it (nothing of its Python code is used).
 PHOTOS     := $(BUILD)/photos
 
-.PHONY: all deps configure build asan test test-arm demo bench accuracy fuzz photos format clean
+.PHONY: all deps configure build asan tsan test test-arm demo bench accuracy fuzz photos format clean
 
 all: build
 
@@ -36,6 +37,14 @@ build: deps $(BUILD)/CMakeCache.txt
 asan: deps $(ASAN_BUILD)/CMakeCache.txt
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 
+# ThreadSanitizer: only the concurrency and leak tests are built and run.
+$(TSAN_BUILD)/CMakeCache.txt: | deps
+	cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQBCODE_SANITIZE_THREAD=ON \
+	  -DQBCODE_BUILD_BENCH=OFF -DQBCODE_BUILD_FUZZ=OFF
+
+tsan: deps $(TSAN_BUILD)/CMakeCache.txt
+	cmake --build $(TSAN_BUILD) -j $(JOBS) --target qbcode_stress_tests
+
 photos:
 	@if [ ! -f $(PHOTOS)/.done ]; then \
 	  deb=$(CURDIR)/$(BUILD)/photos-deb; rm -rf $(PHOTOS) $$deb; mkdir -p $(PHOTOS) $$deb; \
@@ -53,9 +62,10 @@ photos:
 	  rm -rf $$deb; \
 	fi
 
-test: build asan photos
+test: build asan tsan photos
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 	cd $(ASAN_BUILD) && ctest --output-on-failure -j $(JOBS)
+	cd $(TSAN_BUILD) && ctest --output-on-failure -L stress
 
 # Cross-builds for aarch64 and armhf against Debian's own OpenCV and runs every test under qemu-user.
 test-arm: deps
@@ -82,19 +92,27 @@ bench: build
 accuracy: build photos
 	$(BUILD)/tests/accuracy/qbcode_accuracy --photos $(PHOTOS) --out $(BUILD)/accuracy
 
-# Open-ended fuzzing with libFuzzer (clang); FUZZ_SECONDS per target.
+# Open-ended fuzzing with libFuzzer (clang): FUZZ_SECONDS per target, one target after the other
+# on one core (e.g. make fuzz FUZZ_TARGETS=params FUZZ_SECONDS=1800). Each starts from its seeds
+# in fuzz/seeds; a fault's input lands in build-fuzz/artifacts, to be kept in fuzz/regressions.
 FUZZ_SECONDS ?= 60
+FUZZ_TARGETS ?= recognition params grade
 fuzz: deps
 	@command -v clang++ >/dev/null || $(SUDO) apt-get install -y -qq clang
 	CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 	  -DQBCODE_SANITIZE=ON -DQBCODE_LIBFUZZER=ON -DQBCODE_BUILD_BENCH=OFF -DQBCODE_BUILD_TESTS=OFF
-	cmake --build build-fuzz -j $(JOBS) --target fuzz_recognition fuzz_params
-	mkdir -p build-fuzz/corpus/recognition build-fuzz/corpus/params
-	cd build-fuzz && ./fuzz/fuzz_recognition -max_total_time=$(FUZZ_SECONDS) corpus/recognition
-	cd build-fuzz && ./fuzz/fuzz_params -max_total_time=$(FUZZ_SECONDS) corpus/params
+	cmake --build build-fuzz -j $(JOBS) --target $(addprefix fuzz_,$(FUZZ_TARGETS))
+	@for t in $(FUZZ_TARGETS); do \
+	  mkdir -p build-fuzz/corpus/$$t build-fuzz/artifacts; \
+	  dict=""; [ -f fuzz/$$t.dict ] && dict="-dict=$(CURDIR)/fuzz/$$t.dict"; \
+	  echo "fuzzing $$t for $(FUZZ_SECONDS) s"; \
+	  (cd build-fuzz && nice ./fuzz/fuzz_$$t -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=4096 \
+	    -timeout=20 -close_fd_mask=1 -print_final_stats=1 $$dict \
+	    -artifact_prefix=artifacts/$$t- corpus/$$t $(CURDIR)/fuzz/seeds/$$t) || exit 1; \
+	done
 
 format:
 	clang-format -i $$(git ls-files '*.cpp' '*.h' '*.c')
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD)

@@ -1,0 +1,58 @@
+// The image a recognition or grade fuzz input describes: a rendered code with painted patches
+// (even first byte), or raw pixels of any size (odd first byte).
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+
+#include <opencv2/imgproc.hpp>
+
+#include "qbcode_render.h"
+
+namespace fuzzimage {
+
+struct Image {
+    cv::Mat pixels;  // empty: a null buffer
+    int rows = 0;
+    int cols = 0;
+};
+
+inline Image fromBytes(const uint8_t* data, size_t size) {
+    Image out;
+    if (size < 9) return out;
+    if ((data[0] & 1) == 0) {
+        qbrender::CodeStyle style;
+        style.size = cv::Size(400, 360);
+        style.spacing = 10.0 + data[3] % 24;
+        style.dotDiameter = style.spacing * (0.3 + (data[4] % 8) * 0.06);
+        style.rotationDeg = data[5] * (360.0 / 256.0);
+        style.centre = cv::Point2d(200 + static_cast<int8_t>(data[6]), 180 + static_cast<int8_t>(data[7]));
+        qbrender::CameraOptions cam;
+        cam.blurSigma = (data[8] % 4) * 0.5;
+        cam.noiseSigma = (data[8] >> 2) % 16;
+        const uint64_t payload = (static_cast<uint64_t>(data[1]) << 8) | data[2];
+        out.pixels = qbrender::renderCamera(qbrender::payloadBits(payload), style, cam);
+        // The rest paints rectangles over the code: x, y, size, grey.
+        for (size_t i = 9; i + 3 < size; i += 4) {
+            const cv::Rect r(data[i] * out.pixels.cols / 256, data[i + 1] * out.pixels.rows / 256,
+                             1 + data[i + 2] % 32, 1 + data[i + 2] / 8);
+            out.pixels(r & cv::Rect(0, 0, out.pixels.cols, out.pixels.rows)).setTo(data[i + 3]);
+        }
+        out.rows = out.pixels.rows;
+        out.cols = out.pixels.cols;
+        return out;
+    }
+    // Sizes up to 1023 x 1023; the pixels repeat the rest of the input.
+    out.rows = ((data[1] << 8) | data[2]) & 0x3ff;
+    out.cols = ((data[3] << 8) | data[4]) & 0x3ff;
+    out.pixels.create(std::max(out.rows, 1), std::max(out.cols, 1), CV_8UC1);
+    const size_t payload = size - 5;
+    size_t i = 0;
+    for (auto it = out.pixels.begin<uchar>(); it != out.pixels.end<uchar>(); ++it, ++i)
+        *it = payload ? data[5 + i % payload] : 0;
+    if (data[0] & 2) out.pixels.release();  // told a size, given no buffer
+    return out;
+}
+
+}  // namespace fuzzimage

@@ -1,0 +1,144 @@
+// Many threads and many calls: the same results as one thread, no leak, flat memory.
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "qbcode_hexagon_recognition.h"
+#include "qbcode_reader.hpp"
+#include "qbcode_render.h"
+
+namespace {
+
+std::string tmp(const std::string& name) {
+    return std::string(QBCODE_TEST_TMP) + "/" + name;
+}
+
+std::string write(const std::string& name, const std::string& text) {
+    std::ofstream(tmp(name), std::ios::binary) << text;
+    return tmp(name);
+}
+
+// A small frame keeps the sanitizer builds quick.
+cv::Mat frame(uint64_t payload, double rotation) {
+    qbrender::CodeStyle style;
+    style.size = cv::Size(360, 320);
+    style.spacing = 20.0;
+    style.dotDiameter = 12.0;
+    style.rotationDeg = rotation;
+    return qbrender::renderCamera(qbrender::randomBits(payload), style,
+                                  qbrender::typicalCamera(payload));
+}
+
+struct Call {
+    int status = 0;
+    std::vector<int> bits = std::vector<int>(91, -1);
+    int box[4] = {0, 0, 0, 0};
+    int readStatus = 0;
+    std::vector<int> readBits;
+
+    bool operator==(const Call& o) const {
+        return status == o.status && bits == o.bits && std::equal(box, box + 4, o.box) &&
+               readStatus == o.readStatus && readBits == o.readBits;
+    }
+};
+
+// The C call and the C++ read of one frame.
+Call readBoth(const cv::Mat& img, const std::string& params) {
+    Call c;
+    c.status = quelbor_hexagon_recognition(img.data, img.rows, img.cols, 0, params.c_str(),
+                                           c.bits.data(), 91, c.box, 4);
+    const qbcode::Result r = qbcode::read(qbcode::ImageView(img.data, img.rows, img.cols),
+                                          qbcode::ReaderOptions::fromFile(params));
+    c.readStatus = r.status;
+    c.readBits = r.bits;
+    return c;
+}
+
+}  // namespace
+
+TEST(Stress, EightThreadsMatchOneThread) {
+    std::vector<cv::Mat> frames;
+    for (int i = 0; i < 8; ++i) frames.push_back(frame(0x1000 + 77 * i, 11.0 * i));
+    frames.push_back(cv::Mat(320, 360, CV_8UC1, cv::Scalar(40)));  // nothing to read
+    const std::string params = QBCODE_DEFAULT_PARAMS;
+    std::vector<Call> expected;
+    int read = 0;
+    for (const cv::Mat& f : frames) {
+        expected.push_back(readBoth(f, params));
+        read += expected.back().status == 0;
+    }
+    ASSERT_GE(read, 6);
+
+    std::atomic<int> mismatches{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t)
+        threads.emplace_back([&, t] {
+            for (size_t k = 0; k < frames.size(); ++k) {
+                const size_t i = (k + static_cast<size_t>(t)) % frames.size();
+                if (!(readBoth(frames[i], params) == expected[i])) ++mismatches;
+            }
+        });
+    for (std::thread& th : threads) th.join();
+    EXPECT_EQ(mismatches.load(), 0);
+}
+
+namespace {
+
+long residentKb() {
+    std::ifstream in("/proc/self/statm");
+    long pages = 0, resident = 0;
+    in >> pages >> resident;
+    return resident * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+}  // namespace
+
+// Valid and invalid calls mixed: LeakSanitizer checks the exit in the sanitizer build, the
+// resident size is checked here.
+TEST(Stress, ThousandMixedCallsKeepMemoryFlat) {
+    const cv::Mat good = frame(0xBEEF, 23.0);
+    const cv::Mat flat(320, 360, CV_8UC1, cv::Scalar(0));
+    std::string deep = "%YAML:1.0\n---\na: " + std::string(5000, '[');
+    std::ifstream in(QBCODE_DEFAULT_PARAMS);
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const std::vector<std::string> params = {
+        QBCODE_DEFAULT_PARAMS,
+        "/nonexistent.yml",
+        write("stress_deep.yml", deep),
+        write("stress_type.yml", text.replace(text.find("layer: 5"), 8, "layer: \"five\"")),
+        write("stress_big.yml", text + "#" + std::string(70000, 'x')),
+        "/dev/zero",
+    };
+    std::vector<int> bits(91);
+    int box[4];
+    long warm = 0;
+    int ok = 0;
+    testing::internal::CaptureStdout();  // the length refusals print their expected count
+    for (int i = 0; i < 1000; ++i) {
+        if (i == 100) warm = residentKb();
+        const bool valid = i % 25 == 0;
+        const cv::Mat& img = valid ? good : flat;
+        const std::string& p = valid ? params[0] : params[static_cast<size_t>(i) % params.size()];
+        // A third of the invalid calls lie about the size or pass no pixels at all.
+        const int rows = !valid && i % 3 == 1 ? 100000 : img.rows;
+        unsigned char* data = !valid && i % 3 == 2 ? nullptr : img.data;
+        const int s =
+            quelbor_hexagon_recognition(data, rows, img.cols, 0, p.c_str(), bits.data(), 91, box, 4);
+        ok += s == 0;
+    }
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(ok, 40);
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    EXPECT_LT(residentKb() - warm, 8 * 1024);
+#else
+    (void)warm;
+#endif
+}
