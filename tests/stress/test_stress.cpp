@@ -33,8 +33,9 @@ cv::Mat frame(uint64_t payload, double rotation) {
     style.spacing = 20.0;
     style.dotDiameter = 12.0;
     style.rotationDeg = rotation;
-    return qbrender::renderCamera(qbrender::randomBits(payload), style,
-                                  qbrender::typicalCamera(payload));
+    qbrender::CameraOptions camera = qbrender::typicalCamera(payload);
+    camera.jpegQuality = 0;  // the codecs' GDAL plugin is no part of the reader
+    return qbrender::renderCamera(qbrender::randomBits(payload), style, camera);
 }
 
 struct Call {
