@@ -1,5 +1,6 @@
 #include "SystemPara.h"
 
+#include <exception>
 #include <functional>
 #include <utility>
 
@@ -149,7 +150,7 @@ void SystemPara::loadAll() {
             KeyList keys = keysFor(section);
             results[section] = open == 0 ? readKeys(fs, section, keys, badKey) : open;
         }
-    } catch (const cv::Exception&) {
+    } catch (const std::exception&) {
         for (const std::string& section : sectionNames()) results[section] = -1;
     }
     loaded = std::move(results);
@@ -161,13 +162,14 @@ int SystemPara::readPara(std::string section) {
         return it == loaded.end() ? -1 : it->second;
     }
     KeyList keys = keysFor(section);
-    // A malformed file makes OpenCV throw; the host sees it as unreadable.
+    // A malformed file makes OpenCV throw (its own errors, and std::length_error for some
+    // broken strings); the host sees it as unreadable.
     try {
         cv::FileStorage fs;
         const int open = openSource(fs, paramPath, paramText);
         if (open < 0) return open;
         return readKeys(fs, section, keys, badKey);
-    } catch (const cv::Exception&) {
+    } catch (const std::exception&) {
         return -1;
     }
 }
