@@ -92,9 +92,9 @@ SystemPara::SystemPara(std::string path) : paramPath(std::move(path)) {}
 
 const std::vector<std::string>& SystemPara::sectionNames() {
     static const std::vector<std::string> names = {
-        "LoadImages",      "AlgPipeline",        "PrintAnalPipeline", "ImageProcess",
-        "PatternRotation", "PatternFeatures",    "DotsTracking",      "GeneratePoints",
-        "BlobAnalysis",    "PrintScoreCalculate"};
+        "LoadImages",      "AlgPipeline",         "PrintAnalPipeline", "ImageProcess",
+        "PatternRotation", "PatternFeatures",     "DotsTracking",      "GeneratePoints",
+        "BlobAnalysis",    "PrintScoreCalculate", "Verification"};
     return names;
 }
 
@@ -240,6 +240,16 @@ KeyList SystemPara::keysFor(const std::string& section) {
                 {"totalLabelScore", doubleKey(totalLabelScore)},
                 {"punishPointConnecting", doubleKey(punishPointConnecting)},
                 {"punishPointMissing", doubleKey(punishPointMissing)}};
+    } else if (section == "Verification") {
+        keys = {{"enabled", intKey(verify_enabled)},
+                {"blankFill", floatKey(verify_blankFill)},
+                {"inside", intKey(verify_inside)},
+                {"edgeMargin", floatKey(verify_edgeMargin)},
+                {"markers", intKey(verify_markers)},
+                {"matchRadius", floatKey(verify_matchRadius)},
+                {"maxMissing", intKey(verify_maxMissing)},
+                {"maxResidual", floatKey(verify_maxResidual)},
+                {"maxUnexplained", intKey(verify_maxUnexplained)}};
     }
 
     return keys;

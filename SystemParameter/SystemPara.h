@@ -98,6 +98,16 @@ public:
     double totalLabelScore = 0.0;
     double punishPointConnecting = 0.0;
     double punishPointMissing = 0.0;
+    // Verification (absent from older files: nothing is refused then)
+    int verify_enabled = 0;
+    float verify_blankFill = 0.05f;
+    int verify_inside = 1;
+    float verify_edgeMargin = 0.2f;
+    int verify_markers = 1;
+    float verify_matchRadius = 0.33f;
+    int verify_maxMissing = 0;
+    float verify_maxResidual = 0.15f;
+    int verify_maxUnexplained = 0;
 
     std::string paramPath;
     // YAML text held in memory; when not empty it is read instead of the file at paramPath.

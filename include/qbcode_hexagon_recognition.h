@@ -24,6 +24,62 @@ QBCODE_EXPORT void get_version(char* buffer, int length);
 /* 1 + 3 * layers * (layers + 1); 1 for layers <= 0. */
 QBCODE_EXPORT int get_dots_num(int layers);
 
+/* The full result of a read. Positions are in input pixels (x = column, y = row), sub-pixel. */
+#define QBCODE_MAX_BITS 397 /* eleven rings */
+
+typedef struct qbcode_point {
+    double x;
+    double y;
+} qbcode_point;
+
+/* What the verification measured; a host may set its own bar on these. */
+typedef struct qbcode_checks {
+    int verified;         /* 1: the verification is on and every check passed */
+    double blank_fill;    /* largest foreground share of a 0-bit box */
+    int outside;          /* positions read from outside the image or the kept crop */
+    int markers_matched;  /* of the 18 orientation markers */
+    int dots_matched;     /* 1-bits with a detected dot */
+    int dots_missing;     /* 1-bits without one */
+    int dots_unexplained; /* detected dots on positions read as 0 */
+    double residual;      /* RMS distance of the dots from the fitted grid, in spacings */
+    double correlation;   /* best template correlation of the centre search */
+    double marker_ratio;  /* printed / blank markers of the chosen orientation */
+} qbcode_checks;
+
+typedef struct qbcode_timings { /* milliseconds of wall time */
+    double preprocess;
+    double region;
+    double angle;
+    double spacing;
+    double centre;
+    double decode;
+    double verify;
+    double total;
+} qbcode_timings;
+
+typedef struct qbcode_result {
+    int status;                /* as returned */
+    int bit_count;             /* 1 + 3 * layer * (layer + 1) */
+    int bits[QBCODE_MAX_BITS]; /* the first bit_count entries; all 0 unless status is 0 */
+    int box[4];                /* as quelbor_hexagon_recognition fills it */
+    int orientation;           /* 0..5, -1 when not read */
+    double angle;              /* degrees the input is turned to bring the code upright */
+    double spacing;            /* dot spacing */
+    qbcode_point centre;       /* the centre dot */
+    qbcode_point corners[6];   /* the corner dots of the outer ring */
+    double margin;             /* weakest bit: min |fill - threshold| / threshold */
+    qbcode_checks checks;
+    qbcode_timings timings;
+    char message[128]; /* what a configuration error names (a key), or "" */
+} qbcode_result;
+
+/* Reads the code in an 8-bit grey image of rows x cols pixels whose rows lie stride bytes
+ * apart (0: cols) with the parameter file at param_path (NULL or "": the default path) and
+ * fills *result. Returns result->status: 0, or a negative status code. Never throws; a null
+ * result gives -6. */
+QBCODE_EXPORT int qbcode_read(const unsigned char* image, int rows, int cols, int stride,
+                              const char* param_path, qbcode_result* result);
+
 #ifdef __cplusplus
 }
 #endif

@@ -80,6 +80,18 @@ struct Evidence {
     double fillThreshold = 0.0;  // a position is 1 when its fill exceeds this
 };
 
+// The verification's measurements; a host may set its own bar on them.
+struct Checks {
+    bool verified = false;    // the verification is on and every check passed
+    double blankFill = 0.0;   // largest foreground share of a 0-bit box
+    int outside = 0;          // positions whose box was read from outside the image or crop
+    int markersMatched = 0;   // of the 18 orientation markers
+    int dotsMatched = 0;      // 1-bits with a detected dot
+    int dotsMissing = 0;      // 1-bits without one
+    int dotsUnexplained = 0;  // detected dots on positions read as 0
+    double residual = 0.0;    // RMS distance of the dots from the fitted grid, in spacings
+};
+
 // Stage timings of one read, in milliseconds of wall time.
 struct Timings {
     double preprocess = 0.0;
@@ -88,6 +100,7 @@ struct Timings {
     double spacing = 0.0;
     double centre = 0.0;
     double decode = 0.0;
+    double verify = 0.0;
     double total = 0.0;
 };
 
@@ -102,6 +115,9 @@ struct Result {
     double spacing = 0.0;            // dot spacing in input pixels
     Point centre;                    // centre dot, input pixels
     std::array<Point, 6> corners{};  // corner dots of the outer ring, input pixels
+    // How far the weakest bit is from its decision: min |fill - threshold| / threshold.
+    double margin = 0.0;
+    Checks checks;
     Evidence evidence;
     Timings timings;
 

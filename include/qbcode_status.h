@@ -17,6 +17,7 @@ extern "C" {
     X(QBCODE_BITS_LENGTH, -3, "bits-length")                           \
     X(QBCODE_BOX_LENGTH, -4, "box-length")                             \
     X(QBCODE_INTERNAL_ERROR, -5, "internal-error")                     \
+    X(QBCODE_NO_RESULT, -6, "no-result")                               \
     X(QBCODE_EMPTY_IMAGE, -100, "empty-image/angle-config")            \
     X(QBCODE_SIZE_NOT_640X480, -102, "size-not-640x480")               \
     X(QBCODE_IMAGE_TOO_SMALL, -112, "image-too-small")                 \
@@ -41,6 +42,12 @@ extern "C" {
     X(QBCODE_TRACKING_CONFIG, -501, "tracking-config")                 \
     X(QBCODE_BITS_COPY, -502, "bits-copy")                             \
     X(QBCODE_QUALITY_ANALYSIS, -503, "quality-analysis")               \
+    X(QBCODE_VERIFY_BLANK_FILLED, -510, "verify-blank-filled")         \
+    X(QBCODE_VERIFY_OUTSIDE, -511, "verify-outside")                   \
+    X(QBCODE_VERIFY_MARKERS, -512, "verify-markers")                   \
+    X(QBCODE_VERIFY_MISSING_DOT, -513, "verify-missing-dot")           \
+    X(QBCODE_VERIFY_RESIDUAL, -514, "verify-residual")                 \
+    X(QBCODE_VERIFY_UNEXPLAINED_DOT, -515, "verify-unexplained-dot")   \
     X(QBCODE_BLOB_INPUT, -505, "blob-input")                           \
     X(QBCODE_CONFIG, -600, "config")                                   \
     X(QBCODE_BLOB_CONFIG, -602, "blob-config")                         \

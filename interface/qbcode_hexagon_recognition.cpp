@@ -1,5 +1,6 @@
 #include "qbcode_hexagon_recognition.h"
 
+#include <algorithm>
 #include <cstring>
 #include <exception>
 #include <iostream>
@@ -85,4 +86,60 @@ extern "C" int quelbor_hexagon_recognition(unsigned char* image, int rows, int c
 
     AlgPipeline::toInputBox(pipeline.region, options.params().DnRatio, box);
     return status;
+}
+
+namespace {
+
+void fillResult(const qbcode::Result& r, qbcode_result* out) {
+    out->status = r.status;
+    const int n = std::min<int>(static_cast<int>(r.bits.size()), QBCODE_MAX_BITS);
+    if (r.status == 0)
+        for (int i = 0; i < n; ++i) out->bits[i] = r.bits[i];
+    std::copy(r.box.begin(), r.box.end(), out->box);
+    out->orientation = r.orientation;
+    out->angle = r.angle;
+    out->spacing = r.spacing;
+    out->centre = qbcode_point{r.centre.x, r.centre.y};
+    for (int j = 0; j < 6; ++j) out->corners[j] = qbcode_point{r.corners[j].x, r.corners[j].y};
+    out->margin = r.margin;
+    out->checks.verified = r.checks.verified ? 1 : 0;
+    out->checks.blank_fill = r.checks.blankFill;
+    out->checks.outside = r.checks.outside;
+    out->checks.markers_matched = r.checks.markersMatched;
+    out->checks.dots_matched = r.checks.dotsMatched;
+    out->checks.dots_missing = r.checks.dotsMissing;
+    out->checks.dots_unexplained = r.checks.dotsUnexplained;
+    out->checks.residual = r.checks.residual;
+    out->checks.correlation = r.evidence.correlation;
+    out->checks.marker_ratio = r.evidence.markerRatio;
+    const qbcode::Timings& t = r.timings;
+    out->timings = qbcode_timings{t.preprocess, t.region, t.angle,  t.spacing,
+                                  t.centre,     t.decode, t.verify, t.total};
+}
+
+}  // namespace
+
+extern "C" int qbcode_read(const unsigned char* image, int rows, int cols, int stride,
+                           const char* param_path, qbcode_result* result) {
+    if (result == nullptr) return QBCODE_NO_RESULT;
+    std::memset(result, 0, sizeof(*result));
+    result->orientation = -1;
+    try {
+        const std::string path = param_path == nullptr ? std::string() : std::string(param_path);
+        const qbcode::ReaderOptions options = qbcode::ReaderOptions::fromFile(path);
+        result->bit_count = get_dots_num(options.params().layer);
+        if (result->bit_count > QBCODE_MAX_BITS) {
+            result->status = QBCODE_BITS_LENGTH;
+            return result->status;
+        }
+        const qbcode::Result r = qbcode::read(
+            qbcode::ImageView(image, rows, cols, stride < 0 ? 1 : static_cast<size_t>(stride)),
+            options);
+        fillResult(r, result);
+        const std::string& key = options.params().badKey;
+        std::strncpy(result->message, key.c_str(), sizeof(result->message) - 1);
+    } catch (...) {
+        result->status = QBCODE_INTERNAL_ERROR;
+    }
+    return result->status;
 }

@@ -146,7 +146,7 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
     }
     sink.preprocessed(pre.input, pre.processed, pre.binary, start0);
     frames.crop(pre.preCrop);
-    frames.resize(pre.input.size(), pre.processed.size());
+    const int downsampledFrame = frames.resize(pre.input.size(), pre.processed.size());
 
     // 2. Region of interest.
     t = Clock::now();
@@ -171,7 +171,7 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
     }
     sink.regionCropped(reg.binary, start1);
     took.region = msSince(t);
-    frames.crop(cv::Point2d(region.x, region.y));
+    const int regionFrame = frames.crop(cv::Point2d(region.x, region.y));
 
     // 3. Rotation angle, then both crops upright.
     t = Clock::now();
@@ -230,26 +230,53 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
     stages::Decoded decoded = stages::decode(procRot, binRot, gap, centre.point, layer,
                                              doQualityCheck != 0, para.get(), imgName);
     if (decoded.status < 0) return decoded.status;
+    took.decode = msSince(t);
+
+    // 7. Verification: the grid must sit on the printed dots.
+    t = Clock::now();
+    const stages::Verified verified =
+        stages::verify(decoded, pre, frames, downsampledFrame, regionFrame, uprightFrame,
+                       reg.grey.size(), gap, para.get());
+    took.verify = msSince(t);
+    const Grid_verification::Checks& checks = verified.checks;
+    result.margin = checks.margin;
+    result.checks.blankFill = checks.blankFill;
+    result.checks.outside = checks.outside;
+    result.checks.markersMatched = checks.markersMatched;
+    result.checks.dotsMatched = checks.dotsMatched;
+    result.checks.dotsMissing = checks.dotsMissing;
+    result.checks.dotsUnexplained = checks.dotsUnexplained;
+    result.checks.residual = checks.residual;
+    if (verified.status < 0) return verified.status;
+    result.checks.verified = verified.enabled;
     if (bits != nullptr) {
         const int r = assign_patArr(decoded.bits, bits, count);
         if (r < 0) return r;
     }
     sink.decoded(decoded.bits, start3);
-    took.decode = msSince(t);
 
     // The result in input pixels.
     result.bits.assign(static_cast<size_t>(decoded.bits.cols), 0);
     assign_patArr(decoded.bits, result.bits.data(), decoded.bits.cols);
     result.orientation = decoded.orientation;
-    result.angle = angle;
-    result.spacing = gap * frames.scaleToInput(uprightFrame);
-    result.centre =
-        toPoint(frames.toInput(cv::Point2d(centre.point.x, centre.point.y), uprightFrame));
+    // Where the dots were fitted, the geometry follows them to a fraction of a pixel; else it
+    // is the grid's, whose centre is a whole pixel of the upright frame.
+    const cv::Matx23d fit = checks.fitted ? checks.fit : cv::Matx23d(1, 0, 0, 0, 1, 0);
+    auto onDots = [&](const cv::Point2d& p) {
+        const cv::Point2d q(fit(0, 0) * p.x + fit(0, 1) * p.y + fit(0, 2),
+                            fit(1, 0) * p.x + fit(1, 1) * p.y + fit(1, 2));
+        return toPoint(frames.toInput(q, uprightFrame));
+    };
+    const double fitScale = std::sqrt(std::fabs(fit(0, 0) * fit(1, 1) - fit(0, 1) * fit(1, 0)));
+    const double fitTurn = std::atan2(fit(1, 0) - fit(0, 1), fit(0, 0) + fit(1, 1));
+    result.angle = angle + fitTurn * 180.0 / CV_PI;
+    result.spacing = gap * fitScale * frames.scaleToInput(uprightFrame);
     const int n = static_cast<int>(decoded.points.size());
+    if (n > 0) result.centre = onDots(decoded.points[0]);
     const int ringStart = 1 + 3 * layer * (layer - 1);
     for (int j = 0; j < 6 && layer > 0; ++j) {
         const int i = ringStart + j * layer;
-        if (i < n) result.corners[j] = toPoint(frames.toInput(decoded.points[i], uprightFrame));
+        if (i < n) result.corners[j] = onDots(decoded.points[i]);
     }
     evidence.markerRatio = decoded.markerRatio;
     evidence.fill = decoded.fill;
@@ -260,7 +287,7 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
     upright.bits = decoded.bits;
     upright.gap = gap;
 
-    // 7. Result overlays.
+    // 8. Result overlays.
     sink.overlay(procRot, binRot, decoded.boxes, decoded.bits);
     return 0;
 }

@@ -6,6 +6,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "CodeFormat.h"
+#include "FrameChain.h"
 #include "Hexagon_Dots_tracking.h"
 #include "ImageProcessPipeline.h"
 #include "PatternRotationCalculation.h"
@@ -162,6 +163,34 @@ Decoded decode(cv::Mat& greyUpright, const cv::Mat& binaryUpright, float gap, cv
     for (int i : qbcode::markerOffPositions())
         off += i < out.bits.cols ? out.bits.at<double>(0, i) : 0.0;
     out.markerRatio = on / (off == 0.0 ? 1.0 : off);
+    return out;
+}
+
+Verified verify(const Decoded& decoded, const Preprocessed& pre, const FrameChain& frames,
+                int downsampled, int regionFrame, int uprightFrame, cv::Size regionSize, float gap,
+                SystemPara* para) {
+    Verified out;
+    Grid_verification verification(para);
+    verification.Initiate();
+    Grid_verification::Input in;
+    in.grid = decoded.points;
+    in.bits.reserve(static_cast<size_t>(decoded.bits.cols));
+    for (int i = 0; i < decoded.bits.cols; ++i)
+        in.bits.push_back(decoded.bits.at<double>(0, i) > 0.5 ? 1 : 0);
+    in.fill = decoded.fill;
+    in.boxSide = decoded.boxSide;
+    in.fillThreshold = decoded.fillThreshold;
+    in.spacing = gap;
+    in.keptSize = regionSize;
+    // The turn is affine: three points fix it.
+    const cv::Point2d o = frames.map({0, 0}, uprightFrame, regionFrame);
+    const cv::Point2d ex = frames.map({1, 0}, uprightFrame, regionFrame) - o;
+    const cv::Point2d ey = frames.map({0, 1}, uprightFrame, regionFrame) - o;
+    in.toKept = cv::Matx23d(ex.x, ey.x, o.x, ex.y, ey.y, o.y);
+    for (const cv::Point2f& c : pre.centroids)
+        in.centroids.push_back(frames.map(cv::Point2d(c.x, c.y), downsampled, uprightFrame));
+    out.status = verification.Run(in, out.checks);
+    out.enabled = verification.enabled != 0;
     return out;
 }
 

@@ -8,6 +8,9 @@
 
 #include <opencv2/core.hpp>
 
+#include "Grid_verification.h"
+
+class FrameChain;
 class ImageProcessPipeline;
 class SystemPara;
 class startPoint_cal;
@@ -76,5 +79,16 @@ struct Decoded {
 // Binarises greyUpright in place, as the tracker does.
 Decoded decode(cv::Mat& greyUpright, const cv::Mat& binaryUpright, float gap, cv::Point centre,
                int layer, bool quality, SystemPara* para, const std::string& imgName);
+
+struct Verified {
+    int status = 0;
+    bool enabled = false;  // the checks could refuse (the parameter file turns them on)
+    Grid_verification::Checks checks;
+};
+// Frames: the downsampled one (the centroids'), the region crop the upright turn read from, and
+// the upright frame of the grid.
+Verified verify(const Decoded& decoded, const Preprocessed& pre, const FrameChain& frames,
+                int downsampled, int regionFrame, int uprightFrame, cv::Size regionSize, float gap,
+                SystemPara* para);
 
 }  // namespace stages

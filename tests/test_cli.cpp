@@ -162,8 +162,9 @@ TEST_F(ReadCommand, PrintsStatusBitsAndBox) {
     const Outcome o = run(cmdRead, {image, "--params", params});
     ASSERT_EQ(o.status, 0) << o.out << o.err;
     std::istringstream lines(o.out);
-    std::string first, bits, payload, box, time;
-    for (std::string* s : {&first, &bits, &payload, &box, &time}) std::getline(lines, *s);
+    std::string first, bits, payload, box, geometry, margin, time;
+    for (std::string* s : {&first, &bits, &payload, &box, &geometry, &margin, &time})
+        std::getline(lines, *s);
     EXPECT_EQ(first, image + ": 0 ok");
     EXPECT_EQ(bits, "  bits: " + bitsOf(code()));
     std::string hex;
@@ -173,6 +174,8 @@ TEST_F(ReadCommand, PrintsStatusBitsAndBox) {
         hex += two;
     }
     EXPECT_EQ(payload, "  payload: " + hex);
+    EXPECT_EQ(geometry.rfind("  centre: 3", 0), 0u) << geometry;
+    EXPECT_EQ(margin.rfind("  margin: ", 0), 0u) << margin;
     EXPECT_EQ(time.rfind("  time: ", 0), 0u) << time;
     int x, y, w, h;
     ASSERT_EQ(std::sscanf(box.c_str(), "  box: %d %d %d %d", &x, &y, &w, &h), 4) << box;
@@ -180,6 +183,12 @@ TEST_F(ReadCommand, PrintsStatusBitsAndBox) {
     EXPECT_GT(x + w, 320 + 100);
     EXPECT_LT(y, 240 - 100);
     EXPECT_GT(y + h, 240 + 100);
+
+    // The overlay is the input, marked.
+    const std::string overlay = tmpPath("cli_overlay.png");
+    ASSERT_EQ(run(cmdRead, {image, "--params", params, "--overlay", overlay}).status, 0);
+    EXPECT_EQ(cv::imread(overlay).size(), cv::imread(image).size());
+    std::remove(overlay.c_str());
 }
 
 TEST_F(ReadCommand, JsonAndTimings) {
@@ -190,6 +199,9 @@ TEST_F(ReadCommand, JsonAndTimings) {
                              "\", \"payload\": \"";
     EXPECT_EQ(o.out.rfind(head, 0), 0u) << o.out;
     EXPECT_NE(o.out.find("\"timings_ms\": {\"preprocess\": "), std::string::npos);
+    for (const char* key : {"orientation", "angle", "spacing", "centre", "corners", "margin",
+                            "checks\": {\"verified\": true"})
+        EXPECT_NE(o.out.find("\"" + std::string(key)), std::string::npos) << key;
     EXPECT_NE(o.out.find("}},\n  {\"image\""), std::string::npos);
     EXPECT_EQ(o.out.substr(o.out.size() - 5), "}}\n]\n");
 

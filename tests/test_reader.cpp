@@ -10,6 +10,7 @@
 #include "FrameChain.h"
 #include "ImageRotation.h"
 #include "SystemPara.h"
+#include "qbcode_hexagon_recognition.h"
 #include "qbcode_reader.hpp"
 #include "qbcode_render.h"
 #include "test_geometry_support.h"
@@ -97,10 +98,11 @@ TEST_P(FullResult, CentreAndCornersLandOnThePrintedDots) {
     const qbcode::Result r = readMat(img, options);
     ASSERT_EQ(r.status, 0) << r.statusName();
     EXPECT_EQ(r.bits, bits);
-    // The template search finds the centre to a whole pixel of the downsampled frame.
-    const double tolerance = 0.25 * p.spacing;
+    // The grid fitted to the detected dots places them to a fraction of a pixel.
+    const double tolerance = 1.0;
     EXPECT_LT(distance(r.centre, p.centre), tolerance);
-    EXPECT_NEAR(r.spacing, p.spacing, 0.05 * p.spacing);
+    EXPECT_NEAR(r.spacing, p.spacing, 0.01 * p.spacing);
+    EXPECT_LE(std::fabs(geomtest::periodDiff(r.angle, p.rotation)), 0.5);
     const std::vector<cv::Point2d> offsets = qbrender::gridOffsets(5, p.spacing, p.rotation);
     for (const qbcode::Point& corner : r.corners) {
         double nearest = 1e9;
@@ -173,4 +175,37 @@ TEST(StatusTable, NamesEveryCodeOnce) {
     EXPECT_STREQ(qbcode_status_name(3), "ok");
     EXPECT_STREQ(qbcode_status_name(-100), "empty-image/angle-config");
     EXPECT_STREQ(qbcode_status_name(-12345), "unknown");
+}
+
+// The extended C call gives what the original one gives, and the rest, on any row stride.
+TEST(ExtendedCall, AgreesWithTheOriginalCallOnAnyStride) {
+    const std::vector<int> bits = qbrender::randomBits(9);
+    const cv::Mat img =
+        qbrender::renderCode(bits, geomtest::style(52, 24, cv::Size(640, 480), {330, 230}));
+    std::vector<int> legacyBits(91, 0);
+    int legacyBox[4] = {0, 0, 0, 0};
+    ASSERT_EQ(quelbor_hexagon_recognition(img.data, img.rows, img.cols, 0, QBCODE_DEFAULT_PARAMS,
+                                          legacyBits.data(), 91, legacyBox, 4),
+              0);
+    cv::Mat padded(img.rows, img.cols + 13, CV_8U, cv::Scalar(255));
+    img.copyTo(padded(cv::Rect(0, 0, img.cols, img.rows)));
+    for (int stride : {0, img.cols + 13}) {
+        const cv::Mat& src = stride ? padded : img;
+        qbcode_result r;
+        ASSERT_EQ(qbcode_read(src.data, img.rows, img.cols, stride, QBCODE_DEFAULT_PARAMS, &r), 0);
+        EXPECT_EQ(r.bit_count, 91);
+        EXPECT_EQ(std::vector<int>(r.bits, r.bits + 91), legacyBits);
+        EXPECT_EQ(std::vector<int>(r.box, r.box + 4), std::vector<int>(legacyBox, legacyBox + 4));
+        EXPECT_NEAR(r.centre.x, 330, 1.0);
+        EXPECT_NEAR(r.centre.y, 230, 1.0);
+        EXPECT_EQ(r.checks.verified, 1);
+        EXPECT_EQ(r.checks.markers_matched, 18);
+        EXPECT_GT(r.margin, 0.0);
+        EXPECT_GT(r.timings.total, 0.0);
+    }
+    EXPECT_EQ(qbcode_read(img.data, img.rows, img.cols, 0, QBCODE_DEFAULT_PARAMS, nullptr),
+              QBCODE_NO_RESULT);
+    qbcode_result r;
+    EXPECT_EQ(qbcode_read(nullptr, 0, 0, 0, nullptr, &r), r.status);
+    EXPECT_LT(r.status, 0);
 }

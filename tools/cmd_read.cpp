@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <iomanip>
@@ -13,6 +14,7 @@
 
 #include <opencv2/core/utils/logger.hpp>
 #include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include "commands.h"
 #include "qbcode_reader.hpp"
@@ -20,11 +22,13 @@
 namespace readcmd {
 
 const char kUsage[] =
-    "usage: qbcode read IMAGE... [--params FILE] [--json] [--debug]\n"
-    "  --params FILE  parameter file (default ./algorithm_parameters_v01.yml if present,\n"
-    "                 else the installed default)\n"
-    "  --json         one JSON array with an object per image\n"
-    "  --debug        also report the stage timings\n"
+    "usage: qbcode read IMAGE... [--params FILE] [--json] [--debug] [--overlay PATH]\n"
+    "  --params FILE   parameter file (default ./algorithm_parameters_v01.yml if present,\n"
+    "                  else the installed default)\n"
+    "  --json          one JSON array with an object per image\n"
+    "  --debug         also report the stage timings\n"
+    "  --overlay PATH  write the input image with the code's box, centre and corners marked\n"
+    "                  (with several images, PATH gets the image's index before its extension)\n"
     "exit status: 0 when every image was read, 1 when one was not, 2 for bad arguments\n";
 
 struct Result {
@@ -45,7 +49,8 @@ std::string payloadHex(const std::vector<int>& bits) {
 // A regular file we may read; opening a FIFO to find out would block.
 bool readable(const std::string& path) {
     struct stat st;
-    return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) && ::access(path.c_str(), R_OK) == 0;
+    return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) &&
+           ::access(path.c_str(), R_OK) == 0;
 }
 
 std::string defaultParams() {
@@ -76,6 +81,47 @@ std::string jsonString(const std::string& s) {
     return o.str();
 }
 
+std::string pointJson(const qbcode::Point& p) {
+    std::ostringstream o;
+    o << "[" << p.x << ", " << p.y << "]";
+    return o.str();
+}
+
+// The input in colour with the box, the centre and the corner dots of a read code.
+bool writeOverlay(const std::string& path, const cv::Mat& grey, const qbcode::Result& q) {
+    cv::Mat out;
+    cv::cvtColor(grey, out, cv::COLOR_GRAY2BGR);
+    if (q.valid()) {
+        cv::rectangle(out, cv::Rect(q.box[0], q.box[1], q.box[2], q.box[3]),
+                      cv::Scalar(0, 200, 255), 1);
+        const int shift = 4;  // sub-pixel drawing
+        auto at = [](const qbcode::Point& p) {
+            return cv::Point(cvRound(p.x * 16), cvRound(p.y * 16));
+        };
+        const int r = std::max(3, cvRound(q.spacing / 4)) * 16;
+        cv::circle(out, at(q.centre), r, cv::Scalar(0, 0, 255), 2, cv::LINE_AA, shift);
+        for (size_t j = 0; j < q.corners.size(); ++j) {
+            cv::circle(out, at(q.corners[j]), r, cv::Scalar(0, 255, 0), 2, cv::LINE_AA, shift);
+            cv::line(out, at(q.corners[j]), at(q.corners[(j + 1) % q.corners.size()]),
+                     cv::Scalar(0, 160, 0), 1, cv::LINE_AA, shift);
+        }
+    }
+    try {
+        return cv::imwrite(path, out);
+    } catch (const cv::Exception&) {
+        return false;
+    }
+}
+
+std::string indexedPath(const std::string& path, size_t index, size_t count) {
+    if (count <= 1) return path;
+    const size_t dot = path.rfind('.');
+    const size_t slash = path.rfind('/');
+    const size_t at =
+        dot == std::string::npos || (slash != std::string::npos && dot < slash) ? path.size() : dot;
+    return path.substr(0, at) + "_" + std::to_string(index) + path.substr(at);
+}
+
 void printText(const Result& r, bool timed) {
     if (!r.loaded) {
         std::cout << r.image << ": cannot read image" << std::endl;
@@ -88,6 +134,9 @@ void printText(const Result& r, bool timed) {
         std::cout << "  payload: " << payloadHex(q.bits) << std::endl;
         std::cout << "  box: " << q.box[0] << ' ' << q.box[1] << ' ' << q.box[2] << ' ' << q.box[3]
                   << std::endl;
+        std::cout << "  centre: " << q.centre.x << ' ' << q.centre.y << "  angle: " << q.angle
+                  << "  spacing: " << q.spacing << std::endl;
+        std::cout << "  margin: " << q.margin << std::endl;
     }
     std::cout << "  time: " << r.ms << " ms" << std::endl;
     if (timed) {
@@ -110,7 +159,21 @@ void printJson(const Result& r, bool timed, bool last) {
         std::cout << ", \"bits\": \"" << bitString(q.bits) << "\", \"payload\": \""
                   << payloadHex(q.bits) << "\", \"box\": [" << q.box[0] << ", " << q.box[1] << ", "
                   << q.box[2] << ", " << q.box[3] << "]";
+        std::cout << ", \"orientation\": " << q.orientation << ", \"angle\": " << q.angle
+                  << ", \"spacing\": " << q.spacing << ", \"centre\": " << pointJson(q.centre)
+                  << ", \"corners\": [";
+        for (size_t j = 0; j < q.corners.size(); ++j)
+            std::cout << (j ? ", " : "") << pointJson(q.corners[j]);
+        std::cout << "], \"margin\": " << q.margin;
     }
+    const qbcode::Checks& c = q.checks;
+    std::cout << ", \"checks\": {\"verified\": " << (c.verified ? "true" : "false")
+              << ", \"blank_fill\": " << c.blankFill << ", \"outside\": " << c.outside
+              << ", \"markers_matched\": " << c.markersMatched
+              << ", \"dots_matched\": " << c.dotsMatched << ", \"dots_missing\": " << c.dotsMissing
+              << ", \"dots_unexplained\": " << c.dotsUnexplained << ", \"residual\": " << c.residual
+              << ", \"correlation\": " << q.evidence.correlation
+              << ", \"marker_ratio\": " << q.evidence.markerRatio << "}";
     std::cout << ", \"ms\": " << r.ms;
     if (timed) {
         const qbcode::Timings& t = q.timings;
@@ -135,11 +198,15 @@ int cmdRead(int argc, char** argv) {
     std::vector<std::string> images;
     std::string params;
     bool json = false, debug = false;
+    std::string overlay;
     for (int i = 2; i < argc; ++i) {
         const std::string a = argv[i];
         if (a == "--params") {
             if (i + 1 >= argc) return usageError("--params needs a file");
             params = argv[++i];
+        } else if (a == "--overlay") {
+            if (i + 1 >= argc) return usageError("--overlay needs a path");
+            overlay = argv[++i];
         } else if (a == "--json") {
             json = true;
         } else if (a == "--debug") {
@@ -188,6 +255,11 @@ int cmdRead(int argc, char** argv) {
                 qbcode::read(qbcode::ImageView(img.data, img.rows, img.cols, img.step), options);
             r.ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0)
                        .count();
+        }
+        if (r.loaded && !overlay.empty()) {
+            const std::string path = indexedPath(overlay, k, images.size());
+            if (!writeOverlay(path, img, r.read))
+                std::cerr << "qbcode read: cannot write " << path << std::endl;
         }
         allRead = allRead && r.loaded && r.read.valid();
         if (json)

@@ -85,6 +85,7 @@ struct Scene {
     double clutterClearance = -1;  // px from the code centre; negative: just clear of the code
     double texture = 0;
     int minDots = 45, maxDots = 91;
+    double cut = 0;  // share of the code's radius pushed past a random frame edge
 };
 
 Sample renderScene(const Scene& s, Rng& rng) {
@@ -101,6 +102,23 @@ Sample renderScene(const Scene& s, Rng& rng) {
     const double roomY = std::max(0.0, s.size.height / 2.0 - radius - 8);
     style.centre = cv::Point2d(s.size.width / 2.0 + uniform(rng, -1, 1) * std::min(roomX, 60.0),
                                s.size.height / 2.0 + uniform(rng, -1, 1) * std::min(roomY, 60.0));
+    if (s.cut > 0) {
+        const double inside = radius * (1.0 - s.cut);
+        switch (rng() % 4) {
+            case 0:
+                style.centre.x = inside;
+                break;
+            case 1:
+                style.centre.x = s.size.width - inside;
+                break;
+            case 2:
+                style.centre.y = inside;
+                break;
+            default:
+                style.centre.y = s.size.height - inside;
+                break;
+        }
+    }
     qbrender::CameraOptions cam;
     cam.blurSigma = uniform(rng, s.blurLo, s.blurHi);
     cam.noiseSigma = uniform(rng, s.noiseLo, s.noiseHi);
@@ -205,7 +223,7 @@ std::vector<Condition> buildConditions(const std::vector<cv::Mat>& photos) {
           [](Scene& s, double v) { s.noiseLo = s.noiseHi = v; });
     sweep("jpeg", "", "JPEG quality", {90, 60, 40, 25}, 60,
           [](Scene& s, double v) { s.jpeg = static_cast<int>(v); });
-    sweep("tilt", "deg", "tilt (deg)", {0, 5, 10, 15, 20}, 10,
+    sweep("tilt", "deg", "tilt (deg)", {0, 5, 10, 15, 20, 25, 30, 35}, 10,
           [](Scene& s, double v) { s.tilt = v; });
     {
         Scene s = nominal;
@@ -234,6 +252,12 @@ std::vector<Condition> buildConditions(const std::vector<cv::Mat>& photos) {
         bigSmall.spacingLo = 16;
         bigSmall.spacingHi = 36;
         add("960x1280 spacing 16-36", "", 0, "sweep", sceneGenerator(bigSmall));
+    }
+    for (double cut : {0.15, 0.3, 0.5}) {
+        Scene s = nominal;
+        s.cut = cut;
+        add("cut by the frame " + std::to_string(static_cast<int>(cut * 100)) + "%", "", 0, "cut",
+            sceneGenerator(s));
     }
     for (int dots : {30, 36, 40, 44}) {
         Scene s = nominal;
@@ -301,9 +325,15 @@ Outcome run(const Condition& cond, int images, uint64_t seed, const std::string&
             std::string name = cond.name;
             for (char& ch : name)
                 if (!std::isalnum(static_cast<unsigned char>(ch))) ch = '_';
-            cv::imwrite(failDir + "/" + name + "_" + std::to_string(i) + "_status" +
-                            std::to_string(status) + ".png",
-                        s.image);
+            const std::string stem =
+                failDir + "/" + name + "_" + std::to_string(i) + "_status" + std::to_string(status);
+            cv::imwrite(stem + ".png", s.image);
+            // What the image really holds, to compare with what was read.
+            if (!s.bits.empty()) {
+                std::ofstream truth(stem + ".bits");
+                for (int b : s.bits) truth << b;
+                truth << '\n';
+            }
             ++kept;
         }
     }
@@ -378,7 +408,7 @@ void writePlot(const std::string& path, const std::vector<Condition>& conds,
 int usage() {
     std::cerr << "usage: qbcode_accuracy [--quick] [--images N] [--seed N] [--params FILE]\n"
                  "                       [--photos DIR] [--out DIR] [--only NAME] [--check]\n"
-                 "                       [--record FILE | --compare FILE]\n"
+                 "                       [--keep N] [--record FILE | --compare FILE]\n"
                  "--record writes every read (status, bits, box) to FILE; --compare reads the\n"
                  "conditions FILE names and fails on any difference.\n";
     return 2;
@@ -392,6 +422,7 @@ int main(int argc, char** argv) {
     bool quick = false, check = false;
     std::string params = QBCODE_DEFAULT_PARAMS, photosDir, outDir = "accuracy-out", only;
     std::string recordFile, compareFile;
+    int keep = 3;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         auto next = [&]() -> std::string { return i + 1 < argc ? argv[++i] : std::string(); };
@@ -411,6 +442,8 @@ int main(int argc, char** argv) {
             outDir = next();
         } else if (a == "--only") {
             only = next();
+        } else if (a == "--keep") {
+            keep = std::atoi(next().c_str());
         } else if (a == "--record") {
             recordFile = next();
         } else if (a == "--compare") {
@@ -469,8 +502,8 @@ int main(int argc, char** argv) {
     std::vector<std::string> reference;
     for (const auto& c : conds) {
         const int n = c.set == "nominal" && !quick && !referenceRun ? images * 5 : images;
-        Outcome o = run(c, n, seed, params, outDir + "/failed", 3,
-                        referenceRun ? &reference : nullptr);
+        Outcome o =
+            run(c, n, seed, params, outDir + "/failed", keep, referenceRun ? &reference : nullptr);
         const double exact = 100.0 * o.exact / o.images;
         const double wrong = 100.0 * o.wrong / o.images;
         const double falseReads =
@@ -490,6 +523,7 @@ int main(int argc, char** argv) {
         if (c.set == "nominal" && (exact < nominalBar || o.wrong > 0)) ok = false;
         if (c.set == "hard" && (exact < hardBar || wrong >= (quick ? 1e-9 : 1.0))) ok = false;
         if (c.set == "nocode" && c.name != "fake hex fields" && falseReads > 0) ok = false;
+        if (c.set == "cut" && o.wrong > 0) ok = false;
         outcomes.push_back(std::move(o));
     }
     std::cout << std::defaultfloat;
@@ -499,8 +533,8 @@ int main(int argc, char** argv) {
     std::cout << (ok ? "all bars met" : "some bars missed") << std::endl;
     if (!recordFile.empty()) {
         std::ofstream out(recordFile);
-        out << "# condition\timage\tstatus\tbits (hex, first bit first)\tbox; seed " << seed
-            << ", " << images << " images per condition\n";
+        out << "# condition\timage\tstatus\tbits (hex, first bit first)\tbox; seed " << seed << ", "
+            << images << " images per condition\n";
         for (const auto& line : reference) out << line << '\n';
         std::cout << "recorded " << reference.size() << " reads in " << recordFile << std::endl;
     }

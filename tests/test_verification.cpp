@@ -1,0 +1,98 @@
+// The verification refuses grids that do not sit on the printed dots and accepts those that do.
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <opencv2/imgproc.hpp>
+
+#include "Grid_verification.h"
+#include "qbcode_render.h"
+
+namespace {
+
+const double kSpacing = 20.0;
+const cv::Point2d kCentre(160, 150);
+
+// Positions (x, y) of a five-ring grid turned by rotationDeg and moved by shift.
+std::vector<cv::Point2d> gridAt(double rotationDeg, cv::Point2d shift = {0, 0}) {
+    std::vector<cv::Point2d> out;
+    for (const cv::Point2d& o : qbrender::gridOffsets(5, kSpacing, rotationDeg))
+        out.push_back(kCentre + shift + cv::Point2d(o.y, o.x));
+    return out;
+}
+
+struct Case {
+    const char* name;
+    double turn;       // of the decoded grid against the print, degrees
+    int shiftSteps;    // along the first axis
+    double keptWidth;  // of the frame the upright turn read from
+    bool strayDot;     // a speck inside a blank box
+    int status;        // 0, a status, or 1 for "any refusal"
+};
+
+class Verification : public ::testing::TestWithParam<Case> {};
+
+// The print is rasterised; the decoded grid samples it as the tracker does, so its bits are
+// what a reader with that grid would have returned.
+TEST_P(Verification, RefusesGridsOffThePrint) {
+    const Case& c = GetParam();
+    const std::vector<int> truth = qbrender::randomBits(11);
+    const std::vector<cv::Point2d> printed = gridAt(0);
+    cv::Mat bin = cv::Mat::zeros(300, 320, CV_8U);
+    std::vector<cv::Point2d> dots;
+    for (size_t i = 0; i < truth.size(); ++i) {
+        if (!truth[i]) continue;
+        dots.push_back(printed[i]);
+        cv::circle(bin, cv::Point(cvRound(printed[i].x * 16), cvRound(printed[i].y * 16)),
+                   cvRound(0.3 * kSpacing * 16), cv::Scalar(255), cv::FILLED, cv::LINE_8, 4);
+    }
+    if (c.strayDot) {
+        int blank = 40;  // a free position the payload leaves blank
+        while (truth[blank]) ++blank;
+        cv::circle(bin, cv::Point(cvRound(printed[blank].x), cvRound(printed[blank].y)), 2,
+                   cv::Scalar(255), cv::FILLED);
+    }
+
+    Grid_verification::Input in;
+    in.grid = gridAt(c.turn, c.shiftSteps * (printed[1] - printed[0]));
+    const int r = static_cast<int>(std::ceil(kSpacing / 3.0));
+    in.boxSide = 2 * r + 1;
+    in.fillThreshold = 0.1 * in.boxSide * in.boxSide;
+    in.spacing = kSpacing;
+    for (const cv::Point2d& p : in.grid) {
+        const cv::Rect box(cvRound(p.x) - r, cvRound(p.y) - r, 2 * r, 2 * r);
+        const int fill = cv::countNonZero(bin(box & cv::Rect(0, 0, bin.cols, bin.rows)));
+        in.fill.push_back(fill);
+        in.bits.push_back(fill > in.fillThreshold ? 1 : 0);
+    }
+    in.keptSize = cv::Size(static_cast<int>(c.keptWidth), bin.rows);
+    in.centroids = dots;
+
+    Grid_verification verification(nullptr);
+    verification.enabled = 1;
+    Grid_verification::Checks checks;
+    const int status = verification.Run(in, checks);
+    if (c.status == 1)
+        EXPECT_LT(status, 0);
+    else
+        EXPECT_EQ(status, c.status) << "blank " << checks.blankFill << " outside " << checks.outside
+                                    << " markers " << checks.markersMatched << " missing "
+                                    << checks.dotsMissing << " residual " << checks.residual;
+
+    // Off, the same checks are measured and nothing is refused.
+    verification.enabled = 0;
+    EXPECT_EQ(verification.Run(in, checks), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Grids, Verification,
+                         ::testing::Values(Case{"RightGrid", 0, 0, 320, false, 0},
+                                           Case{"ShiftedOneStep", 0, 1, 320, false, 1},
+                                           Case{"TurnedSixDegrees", 6, 0, 320, false, 1},
+                                           Case{"CutByTheFrameEdge", 0, 0, 240, false, -511},
+                                           Case{"StrayDotInABlankBox", 0, 0, 320, true, -510}),
+                         [](const ::testing::TestParamInfo<Case>& info) {
+                             return std::string(info.param.name);
+                         });
+
+}  // namespace

@@ -1,0 +1,156 @@
+#include "Grid_verification.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "CodeFormat.h"
+#include "SystemPara.h"
+
+namespace {
+
+double dist2(const cv::Point2d& a, const cv::Point2d& b) {
+    const cv::Point2d d = a - b;
+    return d.x * d.x + d.y * d.y;
+}
+
+int nearestOf(const cv::Point2d& p, const std::vector<cv::Point2d>& set) {
+    int best = -1;
+    double bestD = std::numeric_limits<double>::infinity();
+    for (size_t i = 0; i < set.size(); ++i) {
+        const double d = dist2(p, set[i]);
+        if (d < bestD) {
+            bestD = d;
+            best = static_cast<int>(i);
+        }
+    }
+    return best;
+}
+
+// Least-squares affine map from -> to; false when the points do not fix one.
+bool fitAffine(const std::vector<cv::Point2d>& from, const std::vector<cv::Point2d>& to,
+               cv::Matx23d& fit) {
+    const int n = static_cast<int>(from.size());
+    if (n < 3) return false;
+    cv::Mat a(n, 3, CV_64F), b(n, 2, CV_64F);
+    for (int i = 0; i < n; ++i) {
+        a.at<double>(i, 0) = from[i].x;
+        a.at<double>(i, 1) = from[i].y;
+        a.at<double>(i, 2) = 1.0;
+        b.at<double>(i, 0) = to[i].x;
+        b.at<double>(i, 1) = to[i].y;
+    }
+    cv::Mat x;
+    if (!cv::solve(a, b, x, cv::DECOMP_SVD) || cv::countNonZero(x != x) > 0) return false;
+    fit = cv::Matx23d(x.at<double>(0, 0), x.at<double>(1, 0), x.at<double>(2, 0),
+                      x.at<double>(0, 1), x.at<double>(1, 1), x.at<double>(2, 1));
+    const double det = fit(0, 0) * fit(1, 1) - fit(0, 1) * fit(1, 0);
+    return std::isfinite(det) && std::fabs(det) > 1e-9;
+}
+
+cv::Point2d apply(const cv::Matx23d& m, const cv::Point2d& p) {
+    return cv::Point2d(m(0, 0) * p.x + m(0, 1) * p.y + m(0, 2),
+                       m(1, 0) * p.x + m(1, 1) * p.y + m(1, 2));
+}
+
+}  // namespace
+
+int Grid_verification::Initiate() {
+    enabled = 0;
+    if (sysPara == nullptr) return 0;
+    if (sysPara->readPara("Verification") < 0) return 0;
+    enabled = sysPara->verify_enabled;
+    blankFill = sysPara->verify_blankFill;
+    inside = sysPara->verify_inside;
+    edgeMargin = sysPara->verify_edgeMargin;
+    markers = sysPara->verify_markers;
+    matchRadius = sysPara->verify_matchRadius;
+    maxMissing = sysPara->verify_maxMissing;
+    maxResidual = sysPara->verify_maxResidual;
+    maxUnexplained = sysPara->verify_maxUnexplained;
+    return 1;
+}
+
+int Grid_verification::Run(const Input& in, Checks& out) const {
+    out = Checks();
+    const int n = static_cast<int>(std::min(in.grid.size(), in.bits.size()));
+    const double area = static_cast<double>(in.boxSide) * in.boxSide;
+
+    for (int i : qbcode::markerOnPositions()) out.markersMatched += i < n && in.bits[i] == 1;
+    for (int i : qbcode::markerOffPositions()) out.markersMatched += i < n && in.bits[i] == 0;
+
+    out.margin = std::numeric_limits<double>::infinity();
+    for (int i = 0; i < n && i < static_cast<int>(in.fill.size()); ++i) {
+        if (in.bits[i] == 0 && area > 0.0)
+            out.blankFill = std::max(out.blankFill, in.fill[i] / area);
+        if (in.fillThreshold > 0.0)
+            out.margin =
+                std::min(out.margin, std::fabs(in.fill[i] - in.fillThreshold) / in.fillThreshold);
+    }
+    if (!std::isfinite(out.margin)) out.margin = 0.0;
+
+    // Every printed position should own a detected dot, and the dots should sit on one grid. The
+    // grid's spacing and centre are a little off at the outer rings, so the match is repeated on
+    // the grid as fitted to the dots matched so far.
+    const double radius = matchRadius * in.spacing;
+    std::vector<cv::Point2d> predicted = in.grid, from, to;
+    for (int pass = 0; pass < 3; ++pass) {
+        from.clear();
+        to.clear();
+        out.dotsMatched = out.dotsMissing = 0;
+        for (int i = 0; i < n; ++i) {
+            if (in.bits[i] != 1) continue;
+            const int j = nearestOf(predicted[i], in.centroids);
+            const bool mutual = j >= 0 && dist2(predicted[i], in.centroids[j]) <= radius * radius &&
+                                nearestOf(in.centroids[j], predicted) == i;
+            if (!mutual) {
+                ++out.dotsMissing;
+                continue;
+            }
+            ++out.dotsMatched;
+            from.push_back(in.grid[i]);
+            to.push_back(in.centroids[j]);
+        }
+        cv::Matx23d fit;
+        if (!fitAffine(from, to, fit)) break;
+        out.fit = fit;
+        out.fitted = true;
+        for (size_t i = 0; i < predicted.size(); ++i) predicted[i] = apply(fit, in.grid[i]);
+        if (out.dotsMissing == 0) break;
+    }
+    // Bits read from padding or from beyond the frame were never printed, and a dot centred
+    // close to the crop's edge is cut: it may vanish and read as blank. The positions are the
+    // grid's as fitted to the dots, where the dots allowed a fit.
+    const double edge = edgeMargin * in.spacing;
+    for (int i = 0; i < n; ++i) {
+        const cv::Point2d p = apply(in.toKept, predicted[i]);
+        if (!(p.x >= edge && p.y >= edge && p.x <= in.keptSize.width - 1.0 - edge &&
+              p.y <= in.keptSize.height - 1.0 - edge))
+            ++out.outside;
+    }
+
+    // A dot on a position the grid calls blank: the grid or its bits are wrong there.
+    if (out.fitted)
+        for (const cv::Point2d& c : in.centroids) {
+            const int i = nearestOf(c, predicted);
+            if (i >= 0 && i < n && in.bits[i] == 0 && dist2(c, predicted[i]) <= radius * radius)
+                ++out.dotsUnexplained;
+        }
+    if (out.fitted && in.spacing > 0.0) {
+        double sum = 0.0;
+        for (size_t k = 0; k < from.size(); ++k) sum += dist2(apply(out.fit, from[k]), to[k]);
+        out.residual =
+            from.empty() ? 0.0 : std::sqrt(sum / static_cast<double>(from.size())) / in.spacing;
+    }
+
+    if (!enabled) return 0;
+    const int markerCount =
+        static_cast<int>(qbcode::markerOnPositions().size() + qbcode::markerOffPositions().size());
+    if (inside && out.outside > 0) return -511;
+    if (markers && out.markersMatched < markerCount) return -512;
+    if (out.blankFill > blankFill) return -510;
+    if (out.dotsMissing > maxMissing || !out.fitted) return -513;
+    if (out.dotsUnexplained > maxUnexplained) return -515;
+    if (out.residual > maxResidual) return -514;
+    return 0;
+}
