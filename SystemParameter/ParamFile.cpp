@@ -78,6 +78,10 @@ size_t skipQuoted(const std::string& line, size_t i) {
 
 int checkText(const std::string& text) {
     if (text.size() > limits::kMaxParamBytes) return QBCODE_PARAMS_TOO_LARGE;
+    // OpenCV's parser never returns from a "%YAML" directive that does not open the text (on a
+    // "---" line with more lines after it): that text is as malformed as any it refuses.
+    const size_t open = text.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0;
+    if (text.find("%YAML", open + 1) != std::string::npos) return -1;
     int marks = 0;
     for (char c : text)
         if (c == '[' || c == '{' || c == ':' || c == '-') ++marks;
@@ -102,8 +106,8 @@ int checkText(const std::string& text) {
         int level = static_cast<int>(indents.size());
         for (; i < line.size(); ++i) {
             const char c = line[i];
-            const bool tokenStart =
-                i == 0 || isBlank(line[i - 1]) || std::string("[{,:-").find(line[i - 1]) != std::string::npos;
+            const bool tokenStart = i == 0 || isBlank(line[i - 1]) ||
+                                    std::string("[{,:-").find(line[i - 1]) != std::string::npos;
             if ((c == '"' || c == '\'') && tokenStart) {
                 const size_t next = skipQuoted(line, i);
                 if (next != i) i = next - 1;

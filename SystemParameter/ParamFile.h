@@ -16,7 +16,7 @@ constexpr int kMaxNesting = 32;
 constexpr int kMaxStructureMarks = 1024;
 
 // Costs of a read.
-constexpr size_t kMaxScales = 8;   // entries of "HessianScale" and of "LogScale"
+constexpr size_t kMaxScales = 8;  // entries of "HessianScale" and of "LogScale"
 constexpr double kMaxDnRatio = 2.0;
 constexpr int kMaxImageSide = 8192;                   // rows or columns
 constexpr long long kMaxImagePixels = 4096LL * 4096;  // before and after the downsampling
@@ -31,7 +31,8 @@ namespace paramfile {
 // above the size limit.
 int readFile(const std::string& path, std::string& text);
 
-// 0, or the refusal status of text above the size limit or nested too deeply for the parser.
+// 0, or the refusal status of text above the size limit or nested too deeply for the parser;
+// -1 (unreadable) for a "%YAML" directive anywhere but at the start, on which the parser stalls.
 int checkText(const std::string& text);
 
 // A stage's configuration status for a failed section read: the refusals of the file or of a
