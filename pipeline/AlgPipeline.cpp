@@ -232,6 +232,11 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
     if (decoded.status < 0) return decoded.status;
     took.decode = msSince(t);
 
+    evidence.markerRatio = decoded.markerRatio;
+    evidence.fill = decoded.fill;
+    evidence.fillThreshold = decoded.fillThreshold;
+    evidence.boxSide = decoded.boxSide;
+
     // 7. Verification: the grid must sit on the printed dots.
     t = Clock::now();
     const stages::Verified verified =
@@ -278,10 +283,6 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
         const int i = ringStart + j * layer;
         if (i < n) result.corners[j] = onDots(decoded.points[i]);
     }
-    evidence.markerRatio = decoded.markerRatio;
-    evidence.fill = decoded.fill;
-    evidence.fillThreshold = decoded.fillThreshold;
-    evidence.boxSide = decoded.boxSide;
     upright.binary = binRot;
     upright.boxes = decoded.boxes;
     upright.bits = decoded.bits;
