@@ -1,6 +1,7 @@
 // Golden reads: camera-like frames whose status, bits and box must come out the same on every
 // architecture the library is built for.
 #include <fstream>
+#include <ostream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -16,6 +17,8 @@ struct Golden {
     std::string file;
     std::string expected;  // status, bits and box, tab-separated as in the table
 };
+
+void PrintTo(const Golden& g, std::ostream* os) { *os << g.file; }
 
 std::vector<Golden> goldenTable() {
     std::vector<Golden> rows;
