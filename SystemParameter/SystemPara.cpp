@@ -94,7 +94,7 @@ const std::vector<std::string>& SystemPara::sectionNames() {
     static const std::vector<std::string> names = {
         "LoadImages",      "AlgPipeline",         "PrintAnalPipeline", "ImageProcess",
         "PatternRotation", "PatternFeatures",     "DotsTracking",      "GeneratePoints",
-        "BlobAnalysis",    "PrintScoreCalculate", "Verification"};
+        "BlobAnalysis",    "PrintScoreCalculate", "Verification",      "Camera"};
     return names;
 }
 
@@ -250,6 +250,11 @@ KeyList SystemPara::keysFor(const std::string& section) {
                 {"maxMissing", intKey(verify_maxMissing)},
                 {"maxResidual", floatKey(verify_maxResidual)},
                 {"maxUnexplained", intKey(verify_maxUnexplained)}};
+    } else if (section == "Camera") {
+        keys = {{"polarity", intKey(cam_polarity)},
+                {"retryPolarity", intKey(cam_retryPolarity)},
+                {"retryRatios", floatSeqKey(cam_retryRatios)},
+                {"padCrop", intKey(cam_padCrop)}};
     }
 
     return keys;

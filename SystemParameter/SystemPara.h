@@ -108,6 +108,11 @@ public:
     int verify_maxMissing = 0;
     float verify_maxResidual = 0.15f;
     int verify_maxUnexplained = 0;
+    // Camera (absent from older files: one read, bright dots, the crop as cut)
+    int cam_polarity = 0;  // 0 bright dots, 1 dark dots, 2 decided per frame
+    int cam_retryPolarity = 0;
+    std::vector<float> cam_retryRatios;
+    int cam_padCrop = 0;
 
     std::string paramPath;
     // YAML text held in memory; when not empty it is read instead of the file at paramPath.

@@ -74,6 +74,8 @@ struct Evidence {
     float angleScore = 0.f;      // projection score of the chosen angle
     double correlation = 0.0;    // best template correlation of the centre search (0..1)
     bool recalibrated = false;   // the centre was found after the extra 30-degree turn
+    bool darkDots = false;       // the read took the dots as dark on a light ground
+    int tries = 1;               // reads tried (polarity, downsampling ratios)
     double markerRatio = 0.0;    // printed / blank marker count of the chosen orientation
     int boxSide = 0;             // side of the sampling box, in upright pixels
     std::vector<int> fill;       // foreground pixels in each position's box, in bit order

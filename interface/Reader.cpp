@@ -78,7 +78,10 @@ void readWith(AlgPipeline& pipeline, const cv::Mat& image, const ReaderOptions& 
               Result& out, bool keepUpright) {
     pipeline.Run(image, "result.bmp", keepUpright);
     out = pipeline.result;
-    AlgPipeline::toInputBox(pipeline.region, options.params().DnRatio, out.box.data());
+    // The box is scaled by the ratio of the read that found the region.
+    AlgPipeline::toInputBox(pipeline.region,
+                            pipeline.para ? pipeline.dnRatio : options.params().DnRatio,
+                            out.box.data());
 }
 
 }  // namespace detail

@@ -84,7 +84,10 @@ extern "C" int quelbor_hexagon_recognition(unsigned char* image, int rows, int c
         status = QBCODE_INTERNAL_ERROR;
     }
 
-    AlgPipeline::toInputBox(pipeline.region, options.params().DnRatio, box);
+    // Scaled by the ratio of the read that found the region: the file's, unless a retry at
+    // another ratio found it.
+    AlgPipeline::toInputBox(pipeline.region,
+                            pipeline.para ? pipeline.dnRatio : options.params().DnRatio, box);
     return status;
 }
 

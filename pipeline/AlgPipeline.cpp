@@ -4,6 +4,8 @@
 #include <cmath>
 #include <limits>
 
+#include <opencv2/core.hpp>
+
 #include "DebugSink.h"
 #include "ImageProcessPipeline.h"
 #include "ImageRotation.h"
@@ -47,8 +49,11 @@ int AlgPipeline::Initialize() {
     } else {
         if (paramPath.empty())
             paramPath = "../../SystemParameter/Config/algorithm_parameters_v01.yml";
+        // Read once; the stages then take their sections from the record.
         para = std::make_unique<SystemPara>(paramPath);
+        para->loadAll();
     }
+    dnRatio = para->DnRatio;
     const int r = para->readPara("AlgPipeline");
     if (r < 0) return qbcode::paramfile::configStatus(r, -600);
     // Each ring adds six positions to every grid the tracker samples.
@@ -107,7 +112,7 @@ int AlgPipeline::Pipeline(unsigned char* image, int rows, int cols, int* bits, i
     result = qbcode::Result();
     const int init = Initialize();
     if (init < 0) return result.status = init;
-    result.status = runStages(input, imgName, false, bits, count, start0);
+    result.status = runPolicy(input, imgName, false, bits, count, start0);
     if (regionFound) roi = region;
     return result.status;
 }
@@ -117,13 +122,70 @@ int AlgPipeline::Run(const cv::Mat& image, const std::string& imgName, bool keep
     const Clock::time_point t0 = Clock::now();
     result = qbcode::Result();
     const int init = Initialize();
-    result.status = init < 0 ? init : runStages(image, imgName, keepUpright, nullptr, 0, start0);
+    result.status = init < 0 ? init : runPolicy(image, imgName, keepUpright, nullptr, 0, start0);
     result.timings.total = msSince(t0);
     return result.status;
 }
 
-// The policy of one read: every stage once, in order, and the one retry the parameters allow
-// (a further 30-degree turn when no centre was found).
+// The configured read first; further tries only after a failure, and only where verification
+// stands between a try and a wrong read: the other polarity, then the other downsampling ratios.
+int AlgPipeline::runPolicy(const cv::Mat& image, const std::string& imgName, bool keepUpright,
+                           int* bits, int count, clock_t start0) {
+    const bool camera = para->readPara("Camera") >= 0;
+    const bool guarded = para->readPara("Verification") >= 0 && para->verify_enabled != 0;
+    struct Try {
+        bool dark;
+        double ratio;
+    };
+    const double ratio = para->DnRatio;
+    bool dark = false;
+    if (camera && para->cam_polarity == 1) dark = true;
+    if (camera && para->cam_polarity == 2) dark = stages::looksDark(image);
+    std::vector<Try> tries{{dark, ratio}};
+    if (camera && guarded) {
+        if (para->cam_retryPolarity) tries.push_back({!dark, ratio});
+        // Each ratio costs a whole read: a few at most.
+        for (size_t k = 0; k < para->cam_retryRatios.size() && k < 4; ++k)
+            tries.push_back({dark, static_cast<double>(para->cam_retryRatios[k])});
+    }
+
+    int status = 0;
+    qbcode::Result first;
+    cv::Rect firstRegion;
+    bool firstRegionFound = false;
+    for (size_t k = 0; k < tries.size(); ++k) {
+        cv::Mat input = image;
+        if (tries[k].dark && !image.empty()) cv::bitwise_not(image, input);
+        para->DnRatio = tries[k].ratio;
+        dnRatio = tries[k].ratio;
+        if (k > 0) result = qbcode::Result();
+        status = runStages(input, imgName, keepUpright, bits, count, start0);
+        result.status = status;
+        result.evidence.darkDots = tries[k].dark;
+        result.evidence.tries = static_cast<int>(k + 1);
+        if (status == 0) return status;
+        if (k == 0) {
+            first = result;
+            firstRegion = region;
+            firstRegionFound = regionFound;
+        }
+    }
+    // Every try failed: the host hears why the configured read failed.
+    if (tries.size() > 1) {
+        const int tried = static_cast<int>(tries.size());
+        result = first;
+        result.evidence.tries = tried;
+        region = firstRegion;
+        regionFound = firstRegionFound;
+        dnRatio = ratio;
+        para->DnRatio = ratio;
+        status = first.status;
+    }
+    return status;
+}
+
+// One read: every stage once, in order, and the one retry the parameters allow (a further
+// 30-degree turn when no centre was found).
 int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, bool keepUpright,
                            int* bits, int count, clock_t start0) {
     frames = FrameChain();
@@ -172,6 +234,16 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
     sink.regionCropped(reg.binary, start1);
     took.region = msSince(t);
     const int regionFrame = frames.crop(cv::Point2d(region.x, region.y));
+    if (para->readPara("Camera") >= 0 && para->cam_padCrop) {
+        // The upright turn keeps the crop's size: a square of the crop's diagonal keeps every
+        // dot of a code that sits off-centre in it.
+        const cv::Point pad = stages::padForTurn(reg.grey.size());
+        for (cv::Mat* m : {&reg.grey, &reg.binary, &upright.input})
+            if (!m->empty())
+                cv::copyMakeBorder(*m, *m, pad.y, pad.y, pad.x, pad.x, cv::BORDER_CONSTANT,
+                                   cv::Scalar(0));
+        frames.crop(cv::Point2d(-pad.x, -pad.y));
+    }
 
     // 3. Rotation angle, then both crops upright.
     t = Clock::now();
@@ -241,7 +313,7 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
     t = Clock::now();
     const stages::Verified verified =
         stages::verify(decoded, pre, frames, downsampledFrame, regionFrame, uprightFrame,
-                       reg.grey.size(), gap, para.get());
+                       region.size(), gap, para.get());
     took.verify = msSince(t);
     const Grid_verification::Checks& checks = verified.checks;
     result.margin = checks.margin;

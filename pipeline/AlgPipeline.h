@@ -88,9 +88,12 @@ public:
     qbcode::Result result;
     FrameChain frames;
     cv::Rect region;
+    double dnRatio = 0.0;  // the downsampling ratio of the read that region belongs to
     UprightView upright;
 
 private:
+    int runPolicy(const cv::Mat& input, const std::string& imgName, bool keepUpright, int* bits,
+                  int count, clock_t start0);
     int runStages(const cv::Mat& input, const std::string& imgName, bool keepUpright, int* bits,
                   int count, clock_t start0);
     bool regionFound = false;

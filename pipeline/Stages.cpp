@@ -1,6 +1,7 @@
 #include "Stages.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 #include <opencv2/imgproc.hpp>
@@ -28,6 +29,29 @@ int truncSaturated(double v) {
 }
 
 }  // namespace
+
+bool looksDark(const cv::Mat& image) {
+    if (image.empty() || image.type() != CV_8UC1) return false;
+    int histogram[256] = {0};
+    int n = 0;
+    for (int y = 0; y < image.rows; y += 4) {
+        const uchar* row = image.ptr<uchar>(y);
+        for (int x = 0; x < image.cols; x += 4, ++n) ++histogram[row[x]];
+    }
+    auto percentile = [&](double share) {
+        const double want = share * n;
+        int seen = 0;
+        for (int v = 0; v < 256; ++v)
+            if ((seen += histogram[v]) >= want) return v;
+        return 255;
+    };
+    return percentile(0.5) > 0.5 * (percentile(0.01) + percentile(0.99));
+}
+
+cv::Point padForTurn(cv::Size crop) {
+    const int side = static_cast<int>(std::ceil(std::hypot(crop.width, crop.height)));
+    return cv::Point((side - crop.width + 1) / 2, (side - crop.height + 1) / 2);
+}
 
 Preprocessed preprocess(ImageProcessPipeline& chain, const cv::Mat& image) {
     Preprocessed out;

@@ -17,6 +17,12 @@ class startPoint_cal;
 
 namespace stages {
 
+// Dark dots on a light ground, judged on a subsampled frame: the median lies nearer the bright
+// end than the dark one.
+bool looksDark(const cv::Mat& image);
+// Border (x, y) that makes a crop square with its diagonal as side.
+cv::Point padForTurn(cv::Size crop);
+
 struct Preprocessed {
     int status = 0;
     cv::Mat input;        // what the chain read: the caller's image, or its fixed pre-crop

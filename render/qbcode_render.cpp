@@ -46,8 +46,9 @@ void drawDisc(cv::Mat& img, double row, double col, double radius, double backgr
             if (inside > 0) {
                 const double cover = inside / 16.0;
                 const double v = background + cover * (level - background);
-                // Overlapping dots keep the brighter value.
-                px[c] = static_cast<float>(std::max<double>(px[c], v));
+                // Overlapping dots keep the value furthest from the background (dark dots too).
+                px[c] = static_cast<float>(level >= background ? std::max<double>(px[c], v)
+                                                               : std::min<double>(px[c], v));
             }
         }
     }
