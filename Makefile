@@ -3,14 +3,15 @@ BUILD      ?= build
 ASAN_BUILD ?= build-asan
 TSAN_BUILD ?= build-tsan
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
-PACKAGES   := cmake make g++ pkg-config libopencv-dev googletest libgtest-dev libbenchmark-dev
+PACKAGES   := cmake make g++ pkg-config libopencv-dev googletest libgtest-dev libbenchmark-dev \
+              pybind11-dev python3-dev python3-numpy python3-pytest dpkg-dev
 SUDO       := $(shell [ "$$(id -u)" -eq 0 ] || echo sudo)
 DEMO_DIR   := $(BUILD)/demo
 # Photographs for the no-code set: scikit-image's sample images, unpacked from the Debian package
 # without installing it (nothing of its Python code is used).
 PHOTOS     := $(BUILD)/photos
 
-.PHONY: all deps configure build asan tsan test test-arm demo bench accuracy fuzz photos format clean
+.PHONY: all deps configure build asan tsan test test-arm deb demo bench accuracy fuzz photos format clean
 
 all: build
 
@@ -70,6 +71,13 @@ test: build asan tsan photos
 # Cross-builds for aarch64 and armhf against Debian's own OpenCV and runs every test under qemu-user.
 test-arm: deps
 	JOBS=$(JOBS) scripts/test-arm.sh aarch64 armhf
+
+# Debian packages (library, -dev, qbcode-tools, python3-qbcode) in build-deb/, for /usr.
+deb: deps
+	cmake -S . -B build-deb -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr \
+	  -DQBCODE_BUILD_TESTS=OFF -DQBCODE_BUILD_BENCH=OFF -DQBCODE_BUILD_FUZZ=OFF
+	cmake --build build-deb -j $(JOBS)
+	cd build-deb && cpack -G DEB
 
 # Renders a camera-like code with a known payload, reads it back and writes the overlay.
 DEMO_PAYLOAD := c0ffee5eedba5eba11

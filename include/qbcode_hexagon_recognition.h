@@ -74,8 +74,10 @@ typedef struct qbcode_result {
 } qbcode_result;
 
 /* Reads the code in an 8-bit grey image of rows x cols pixels whose rows lie stride bytes
- * apart (0: cols) with the parameter file at param_path (NULL or "": the default path) and
- * fills *result. Returns result->status: 0, or a negative status code. Never throws; a null
+ * apart (0: cols) with the parameter file at param_path and fills *result. NULL or "" takes
+ * the first readable of ./algorithm_parameters_v01.yml, the installed copy beside the library
+ * (share/qbcode_hexagon_recognition/), the one under the build's prefix, else the defaults
+ * compiled in. Returns result->status: 0, or a negative status code. Never throws; a null
  * result gives -6. */
 QBCODE_EXPORT int qbcode_read(const unsigned char* image, int rows, int cols, int stride,
                               const char* param_path, qbcode_result* result);

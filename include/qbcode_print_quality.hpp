@@ -59,7 +59,7 @@ struct GradeResult {
 };
 
 // Reads the code in an 8-bit grey image (rows x cols, stride cols) and grades its print.
-// paramPath "" means "./algorithm_parameters_v01.yml"; imageName labels debug images.
+// paramPath "" searches as ReaderOptions::fromDefaultSearch does; imageName labels debug images.
 // Returns out.status. Never throws.
 int grade(const unsigned char* image, int rows, int cols, const std::string& paramPath,
           GradeResult& out, const std::string& imageName = "grade");

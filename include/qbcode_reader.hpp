@@ -47,6 +47,9 @@ public:
     // reads fail with a configuration status.
     static ReaderOptions fromFile(const std::string& path);
     static ReaderOptions fromYaml(const std::string& text);
+    // For a host that names no file: the first file of defaultParamsSearch() that can be read,
+    // else the shipped defaults compiled into the library.
+    static ReaderOptions fromDefaultSearch();
 
     // The record of every key, to read or set in code (SystemPara.h).
     SystemPara& params();
@@ -133,6 +136,16 @@ Result read(const ImageView& image, const ReaderOptions& options = ReaderOptions
 // at most one code for now; failures give an empty list.
 std::vector<Result> readAll(const ImageView& image, const ReaderOptions& options = ReaderOptions(),
                             int maxCodes = 0);
+
+// "Quelbor Recognition Algorithm 0.3.10", whole (get_version copies at most 35 characters).
+const char* versionBanner();
+
+// Where a host that names no parameter file looks, in order: ./algorithm_parameters_v01.yml,
+// share/qbcode_hexagon_recognition/ of the installation the library was loaded from, then that
+// folder under the prefix the library was built for.
+std::vector<std::string> defaultParamsSearch();
+// The first of those that is a readable file, or "" when none is.
+std::string defaultParamsPath();
 
 // The code format: positions of the orientation markers and the payload mapping.
 const std::vector<int>& markerOnPositions();

@@ -43,6 +43,10 @@ extern "C" int get_dots_num(int layers) {
     return static_cast<int>(1 + 3LL * layers * (layers + 1));
 }
 
+const char* qbcode::versionBanner() {
+    return kBanner;
+}
+
 extern "C" void get_version(char* buffer, int length) {
     if (buffer == nullptr || length <= 0) return;
     std::memcpy(buffer, kBanner,
@@ -128,8 +132,11 @@ extern "C" int qbcode_read(const unsigned char* image, int rows, int cols, int s
     std::memset(result, 0, sizeof(*result));
     result->orientation = -1;
     try {
-        const std::string path = param_path == nullptr ? std::string() : std::string(param_path);
-        const qbcode::ReaderOptions options = qbcode::ReaderOptions::fromFile(path);
+        // Unlike the original call, no path means the installed search, not only ./.
+        const qbcode::ReaderOptions options =
+            param_path == nullptr || *param_path == '\0'
+                ? qbcode::ReaderOptions::fromDefaultSearch()
+                : qbcode::ReaderOptions::fromFile(param_path);
         result->bit_count = get_dots_num(options.params().layer);
         if (result->bit_count > QBCODE_MAX_BITS) {
             result->status = QBCODE_BITS_LENGTH;

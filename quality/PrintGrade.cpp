@@ -13,10 +13,9 @@ namespace qbcode {
 
 namespace {
 
-const char kDefaultParams[] = "./algorithm_parameters_v01.yml";
-
-std::string paramsOrDefault(const std::string& path) {
-    return path.empty() ? std::string(kDefaultParams) : path;
+// No path: the reader's search, ending with the defaults built in.
+ReaderOptions optionsFor(const std::string& path) {
+    return path.empty() ? ReaderOptions::fromDefaultSearch() : ReaderOptions::fromFile(path);
 }
 
 int positionsOf(const cv::Mat& points) {
@@ -32,13 +31,13 @@ cv::Point2d pointAt(const cv::Mat& grid, int i) {
 
 // Blob analysis, table and score; fills out without clearing what the caller already set.
 int gradeDots(const cv::Mat& binary, const cv::Mat& grey, const cv::Mat& points, double gap,
-              const std::string& paramPath, GradeResult& out, const std::string& imageName) {
+              const SystemPara& loaded, GradeResult& out, const std::string& imageName) {
     if (!(gap > 0.0) || !std::isfinite(gap)) return kGradeBadInput;
     const int n = positionsOf(points);
     if (n < 2) return kGradeBadInput;
     out.gap = gap;
 
-    SystemPara para(paramsOrDefault(paramPath));
+    SystemPara para(loaded);
     PrintingScoreCal score(&para);
     const int init = score.Initialize();
     if (init < 0) return init;
@@ -112,8 +111,7 @@ int gradeDots(const cv::Mat& binary, const cv::Mat& grey, const cv::Mat& points,
 int gradeImage(const unsigned char* image, int rows, int cols, const std::string& paramPath,
                GradeResult& out, const std::string& imageName) {
     if (image == nullptr || rows <= 0 || cols <= 0) return kGradeBadInput;
-    const std::string path = paramsOrDefault(paramPath);
-    const ReaderOptions options = ReaderOptions::fromFile(path);
+    const ReaderOptions options = optionsFor(paramPath);
     AlgPipeline pipeline(options.params());
     const cv::Mat view(rows, cols, CV_8UC1, const_cast<unsigned char*>(image));
     const int r = pipeline.Run(view, imageName, true);
@@ -134,8 +132,8 @@ int gradeImage(const unsigned char* image, int rows, int cols, const std::string
     // The camera's grey levels: the reader's own crop is normalised, so every dot looks equally
     // bright there.
     const bool rawUsable = up.input.size() == up.grey.size();
-    return gradeDots(up.binary, rawUsable ? up.input : up.grey, points, up.gap, path, out,
-                     imageName);
+    return gradeDots(up.binary, rawUsable ? up.input : up.grey, points, up.gap, options.params(),
+                     out, imageName);
 }
 
 }  // namespace
@@ -179,7 +177,8 @@ int gradeGrid(const cv::Mat& binary, const cv::Mat& grey, const cv::Mat& points,
               const std::string& paramPath, GradeResult& out, const std::string& imageName) {
     out = GradeResult();
     try {
-        out.status = gradeDots(binary, grey, points, gap, paramPath, out, imageName);
+        out.status =
+            gradeDots(binary, grey, points, gap, optionsFor(paramPath).params(), out, imageName);
     } catch (...) {
         out = GradeResult();
         out.status = kGradeInternal;

@@ -2,7 +2,8 @@
 # Installs the build into a scratch prefix and builds a C program against it with pkg-config.
 # A cross build passes its compiler, sysroot and emulator: the library is then staged into
 # /usr/local of a scratch root that links to the sysroot, as a board's image is put together,
-# and the program runs under the emulator.
+# and the program runs under the emulator. A native build also builds C and C++ hosts with
+# find_package, moves the installation and checks that qbcode still finds its parameter file.
 set -eu
 build=$1
 work=$2
@@ -37,3 +38,20 @@ export PKG_CONFIG_PATH="$libdir"
 test -f "$search/share/qbcode_hexagon_recognition/algorithm_parameters_v01.yml"
 $cc -o "$work/c_program" "$src" $(pkg-config --cflags --libs qbcode_hexagon_recognition)
 LD_LIBRARY_PATH="$libdir/.." $run "$work/c_program"
+[ -z "$sysroot" ] || exit 0
+
+# find_package and the imported target, from C and C++.
+hosts=$(dirname "$src")/install_host
+cmake -S "$hosts" -B "$work/hosts" -DCMAKE_PREFIX_PATH="$work/prefix" \
+  -DSOURCES="$(dirname "$src")" >/dev/null
+cmake --build "$work/hosts" >/dev/null
+"$work/hosts/c_host"
+found=$(cd "$work" && "$work/hosts/cpp_host")
+[ "$found" = "$work/prefix/share/qbcode_hexagon_recognition/algorithm_parameters_v01.yml" ] ||
+  { echo "installed library found '$found'"; exit 1; }
+
+# Moved away from where it was built and installed, qbcode reads with the moved copy's file.
+mv "$work/prefix" "$work/moved"
+mkdir -p "$work/elsewhere" && cd "$work/elsewhere"
+"$work/moved/bin/qbcode" render --payload-hex c0ffee5eedba5eba11 --rotation 20 -o code.png >/dev/null
+"$work/moved/bin/qbcode" read code.png | grep -q "payload: c0ffee5eedba5eba11"

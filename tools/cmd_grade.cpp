@@ -1,7 +1,6 @@
 // qbcode grade IMAGE... [--params FILE] [--json]: print-quality grade of each image's code.
 #include <cmath>
 #include <cstdio>
-#include <fstream>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -9,27 +8,22 @@
 
 #include <opencv2/imgcodecs.hpp>
 
+#include "cli_input.h"
 #include "commands.h"
 #include "qbcode_print_quality.hpp"
 
 namespace {
 
-int gradeUsage() {
-    std::cerr << "usage: qbcode grade IMAGE... [--params FILE] [--json]\n";
+const char kGradeUsage[] =
+    "usage: qbcode grade IMAGE... [--params FILE] [--json]\n"
+    "  IMAGE           an image file; - reads one from standard input\n"
+    "  --params FILE   parameter file (default: ./algorithm_parameters_v01.yml if present,\n"
+    "                  else the installed one)\n"
+    "exit status: 0 when every image was graded, 1 when one was not, 2 for bad arguments\n";
+
+int gradeUsage(const std::string& message) {
+    std::cerr << "qbcode grade: " << message << "\n" << kGradeUsage;
     return 2;
-}
-
-bool fileExists(const std::string& path) {
-    return std::ifstream(path).good();
-}
-
-// The reader's default file in the working directory, else the one shipped with the sources.
-std::string defaultParams() {
-    const std::string local = "./algorithm_parameters_v01.yml";
-#ifdef QBCODE_DEFAULT_PARAMS
-    if (!fileExists(local) && fileExists(QBCODE_DEFAULT_PARAMS)) return QBCODE_DEFAULT_PARAMS;
-#endif
-    return local;
 }
 
 std::string number(double v) {
@@ -132,25 +126,28 @@ int cmdGrade(int argc, char** argv) {
         const std::string a = argv[i];
         if (a == "--json") {
             json = true;
+        } else if (a == "-h" || a == "--help") {
+            std::cout << kGradeUsage;
+            return 0;
         } else if (a == "--params") {
-            if (++i >= argc) return gradeUsage();
+            if (++i >= argc) return gradeUsage("--params needs a file");
             params = argv[i];
         } else if (a.size() > 1 && a[0] == '-') {
-            return gradeUsage();
+            return gradeUsage("unknown option " + a);
         } else {
             images.push_back(a);
         }
     }
-    if (images.empty()) return gradeUsage();
-    if (params.empty()) params = defaultParams();
-    if (!fileExists(params)) {
+    if (images.empty()) return gradeUsage("no image given");
+    // No --params: the library's own search, down to the defaults built in.
+    if (!params.empty() && !cli::readableFile(params)) {
         std::cerr << "qbcode grade: cannot read the parameter file " << params << std::endl;
         return 2;
     }
 
     int failures = 0;
     for (const std::string& path : images) {
-        const cv::Mat img = fileExists(path) ? cv::imread(path, cv::IMREAD_GRAYSCALE) : cv::Mat();
+        const cv::Mat img = cli::loadGrey(path);
         if (img.empty()) {
             ++failures;
             if (json)

@@ -1,7 +1,4 @@
 // qbcode read: decodes image files and prints status, bits and box per image.
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -16,6 +13,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "cli_input.h"
 #include "commands.h"
 #include "qbcode_reader.hpp"
 
@@ -23,8 +21,9 @@ namespace readcmd {
 
 const char kUsage[] =
     "usage: qbcode read IMAGE... [--params FILE] [--json] [--debug] [--overlay PATH]\n"
-    "  --params FILE   parameter file (default ./algorithm_parameters_v01.yml if present,\n"
-    "                  else the installed default)\n"
+    "  IMAGE           an image file; - reads one from standard input\n"
+    "  --params FILE   parameter file (default: ./algorithm_parameters_v01.yml if present,\n"
+    "                  else the installed one, else the defaults built in)\n"
     "  --json          one JSON array with an object per image\n"
     "  --debug         also report the stage timings\n"
     "  --overlay PATH  write the input image with the code's box, centre and corners marked\n"
@@ -38,24 +37,18 @@ struct Result {
     double ms = 0.0;  // wall time of the recognition call
 };
 
-// The free positions of a decoded code as hex bytes, first byte first.
+// The free positions of a decoded code as hex bytes, first byte first. The last byte of 73 free
+// bits holds one bit; it is printed only when that bit is set, so that the 9 bytes given to
+// render --payload-hex come back as they were written.
 std::string payloadHex(const std::vector<int>& bits) {
+    std::vector<uint8_t> bytes = qbcode::payloadBytes(bits);
+    const size_t free = bits.size() - qbcode::markerOnPositions().size() -
+                        qbcode::markerOffPositions().size();
+    if (free % 8 != 0 && !bytes.empty() && bytes.back() == 0) bytes.pop_back();
     std::ostringstream o;
-    for (uint8_t b : qbcode::payloadBytes(bits))
+    for (uint8_t b : bytes)
         o << std::hex << std::setw(2) << std::setfill('0') << static_cast<int>(b);
     return o.str();
-}
-
-// A regular file we may read; opening a FIFO to find out would block.
-bool readable(const std::string& path) {
-    struct stat st;
-    return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) &&
-           ::access(path.c_str(), R_OK) == 0;
-}
-
-std::string defaultParams() {
-    const std::string local = "./algorithm_parameters_v01.yml";
-    return readable(local) ? local : std::string(QBCODE_DEFAULT_PARAMS);
 }
 
 std::string bitString(const std::vector<int>& bits) {
@@ -222,13 +215,16 @@ int cmdRead(int argc, char** argv) {
     }
     if (images.empty()) return usageError("no image given");
     if (params.empty()) {
-        params = defaultParams();
-    } else if (!readable(params)) {
+        params = qbcode::defaultParamsPath();
+        if (params.empty()) params = "the built-in defaults";
+    } else if (!cli::readableFile(params)) {
         std::cerr << "qbcode read: cannot read parameter file " << params << std::endl;
         return 2;
     }
 
-    const qbcode::ReaderOptions options = qbcode::ReaderOptions::fromFile(params);
+    const qbcode::ReaderOptions options = cli::readableFile(params)
+                                              ? qbcode::ReaderOptions::fromFile(params)
+                                              : qbcode::ReaderOptions();
     if (options.layers() > 1000) {
         std::cerr << "qbcode read: layer " << options.layers() << " in " << params
                   << " is out of range" << std::endl;
@@ -242,12 +238,7 @@ int cmdRead(int argc, char** argv) {
     for (size_t k = 0; k < images.size(); ++k) {
         Result r;
         r.image = images[k];
-        cv::Mat img;
-        try {
-            img = cv::imread(r.image, cv::IMREAD_GRAYSCALE);
-        } catch (const cv::Exception&) {
-            img.release();
-        }
+        const cv::Mat img = cli::loadGrey(r.image);
         r.loaded = !img.empty();
         if (r.loaded) {
             const auto t0 = std::chrono::steady_clock::now();

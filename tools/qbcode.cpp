@@ -1,5 +1,4 @@
 // Command-line front end of the reader.
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -7,48 +6,64 @@
 
 #include "commands.h"
 #include "qbcode_hexagon_recognition.h"
+#include "qbcode_reader.hpp"
 
 namespace {
 
-int usage() {
-    std::cerr
-        << "usage: qbcode version\n"
-           "       qbcode dots LAYERS\n"
-           "       qbcode read IMAGE... [--params FILE] [--json] [--debug]\n"
-           "       qbcode render (--bits B | --payload N | --payload-hex H) [options] -o OUT\n"
-           "       qbcode grade IMAGE... [--json]\n";
+const char kUsage[] =
+    "usage: qbcode COMMAND [ARGS]\n"
+    "       qbcode read IMAGE... [--params FILE] [--json] [--debug] [--overlay PATH]\n"
+    "       qbcode render (--bits B | --payload N | --payload-hex H) [options] -o OUT\n"
+    "       qbcode grade IMAGE... [--params FILE] [--json]\n"
+    "       qbcode dots RINGS       positions of a code with RINGS rings\n"
+    "       qbcode version          (also --version)\n"
+    "       qbcode help [COMMAND]   (also -h, --help; COMMAND --help)\n"
+    "IMAGE - reads an image from standard input.\n";
+
+int usageError(const std::string& message) {
+    std::cerr << "qbcode: " << message << "\n" << kUsage;
     return 2;
 }
 
-int cmdVersion() {
-    char banner[64] = {0};
-    get_version(banner, static_cast<int>(sizeof(banner) - 1));
-    std::cout << banner << std::endl;
+int cmdDots(int argc, char** argv) {
+    if (argc == 3 && (std::strcmp(argv[2], "-h") == 0 || std::strcmp(argv[2], "--help") == 0)) {
+        std::cout << "usage: qbcode dots RINGS\n";
+        return 0;
+    }
+    if (argc != 3) return usageError("dots takes one number of rings");
+    char* end = nullptr;
+    const long layers = std::strtol(argv[2], &end, 10);
+    if (end == argv[2] || *end != '\0') return usageError("dots takes one number of rings");
+    std::cout << get_dots_num(static_cast<int>(layers)) << std::endl;
     return 0;
 }
 
-int cmdDots(int argc, char** argv) {
-    if (argc < 3) return usage();
-    char* end = nullptr;
-    const long layers = std::strtol(argv[2], &end, 10);
-    if (end == argv[2] || *end != '\0') return usage();
-    std::cout << get_dots_num(static_cast<int>(layers)) << std::endl;
-    return 0;
+int dispatch(const std::string& cmd, int argc, char** argv) {
+    if (cmd == "read") return cmdRead(argc, argv);
+    if (cmd == "render") return cmdRender(argc, argv);
+    if (cmd == "grade") return cmdGrade(argc, argv);
+    if (cmd == "dots") return cmdDots(argc, argv);
+    return usageError("unknown command " + cmd);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2) return usage();
-    if (std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0) {
-        usage();
+    if (argc < 2) return usageError("no command given");
+    const std::string cmd = argv[1];
+    if (cmd == "-h" || cmd == "--help" || (cmd == "help" && argc == 2)) {
+        std::cout << kUsage;
         return 0;
     }
-    const std::string cmd = argv[1];
-    if (cmd == "version") return cmdVersion();
-    if (cmd == "dots") return cmdDots(argc, argv);
-    if (cmd == "read") return cmdRead(argc, argv);
-    if (cmd == "render") return cmdRender(argc, argv);
-    if (cmd == "grade") return cmdGrade(argc, argv);
-    return usage();
+    if (cmd == "help") {
+        // "qbcode help read" is "qbcode read --help".
+        char help[] = "--help";
+        char* args[] = {argv[0], argv[2], help, nullptr};
+        return dispatch(argv[2], 3, args);
+    }
+    if (cmd == "version" || cmd == "--version") {
+        std::cout << qbcode::versionBanner() << std::endl;
+        return 0;
+    }
+    return dispatch(cmd, argc, argv);
 }

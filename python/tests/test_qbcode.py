@@ -1,0 +1,95 @@
+"""The qbcode module on rendered codes: numpy in and out, statuses, payloads, the GIL."""
+import os
+import threading
+import time
+
+import numpy as np
+import pytest
+
+import qbcode
+
+PAYLOAD = bytes.fromhex("c0ffee5eedba5eba11")
+
+
+@pytest.fixture(scope="module")
+def code():
+    return qbcode.render(payload=PAYLOAD, rotation=23, spacing=20)
+
+
+def test_read_returns_the_payload_it_was_rendered_with(code):
+    assert code.dtype == np.uint8 and code.shape == (480, 640)
+    r = qbcode.read(code)
+    assert r and r.status == 0 and r.name == "ok"
+    assert r.payload == PAYLOAD
+    assert len(r.bits) == 91
+    x, y, w, h = r.box
+    assert x < 320 < x + w and y < 240 < y + h
+    assert len(r.corners) == 6 and r.checks["verified"] and r.timings["total"] > 0
+
+
+def test_colour_reads_like_grey_and_a_strided_view_reads(code):
+    colour = np.dstack([code, code, code])
+    assert qbcode.read(colour).bits == qbcode.read(code).bits
+    wide = np.zeros((480, 700), np.uint8)
+    wide[:, :640] = code
+    assert qbcode.read(wide[:, :640]).payload == PAYLOAD
+
+
+@pytest.mark.parametrize("image, error", [
+    (np.zeros((48, 64), np.float32), TypeError),
+    (np.zeros(64, np.uint8), ValueError),
+    (np.zeros((48, 64, 2), np.uint8), ValueError),
+])
+def test_wrong_arrays_raise(image, error):
+    with pytest.raises(error):
+        qbcode.read(image)
+
+
+def test_failures_come_back_as_statuses():
+    blank = np.full((480, 640), 30, np.uint8)
+    r = qbcode.read(blank)
+    assert not r and r.status < 0 and r.name != "ok" and r.payload == b""
+    assert qbcode.read_all(blank) == []
+    missing = qbcode.read(blank, params="/nonexistent/params.yml")
+    assert missing.status == -600 and missing.name == qbcode.status_name(-600)
+
+
+def test_read_all_and_an_explicit_parameter_file(code):
+    found = qbcode.read_all(code, params=os.environ["QBCODE_TEST_PARAMS"])
+    assert [r.payload for r in found] == [PAYLOAD]
+
+
+def test_render_from_bits_int_payload_and_camera():
+    bits = qbcode.read(qbcode.render(payload=PAYLOAD)).bits
+    assert np.array_equal(qbcode.render(bits=bits), qbcode.render(payload=PAYLOAD))
+    assert np.array_equal(qbcode.render(payload=int.from_bytes(PAYLOAD, "little")),
+                          qbcode.render(payload=PAYLOAD))
+    assert qbcode.render(payload=PAYLOAD, camera=True, size=(320, 240)).shape == (240, 320)
+    for bad in [dict(), dict(bits=[1, 0]), dict(payload=b"\xff" * 10), dict(payload=-1)]:
+        with pytest.raises(ValueError):
+            qbcode.render(**bad)
+
+
+def test_grade_scores_a_clean_print(code):
+    g = qbcode.grade(code)
+    assert g["status"] == 0 and g["rating"]
+    assert 0 < g["total"] <= g["max_total"]
+
+
+def test_reads_release_the_interpreter(code):
+    big = np.zeros((960, 1280), np.uint8)
+    big[240:720, 320:960] = code
+    start = time.perf_counter()
+    qbcode.read(big)
+    alone = time.perf_counter() - start
+    gaps, done = [], threading.Event()
+    reader = threading.Thread(target=lambda: (qbcode.read(big), done.set()))
+    last = time.perf_counter()
+    reader.start()
+    while not done.is_set():
+        now = time.perf_counter()
+        gaps.append(now - last)
+        last = now
+    reader.join()
+    # Held through the read, the lock would stall this loop for the whole read.
+    assert max(gaps) < 0.5 * alone, (max(gaps), alone)
