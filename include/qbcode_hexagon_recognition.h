@@ -82,6 +82,12 @@ typedef struct qbcode_result {
 QBCODE_EXPORT int qbcode_read(const unsigned char* image, int rows, int cols, int stride,
                               const char* param_path, qbcode_result* result);
 
+/* Every code in the image, one read per cluster of dots, largest first: fills up to capacity
+ * results and returns how many (0 when none was read), or a negative status when the call
+ * itself cannot run (a null results array with capacity > 0 gives -6). Never throws. */
+QBCODE_EXPORT int qbcode_read_all(const unsigned char* image, int rows, int cols, int stride,
+                                  const char* param_path, qbcode_result* results, int capacity);
+
 #ifdef __cplusplus
 }
 #endif

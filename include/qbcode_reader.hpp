@@ -132,8 +132,8 @@ struct Result {
 
 // Reads the code in the image. Never throws: failures come back as a negative status.
 Result read(const ImageView& image, const ReaderOptions& options = ReaderOptions());
-// Every code found in the image, largest first, at most maxCodes (0: no limit). A frame holds
-// at most one code for now; failures give an empty list.
+// Every code found in the image: one read per cluster of dots, largest cluster first, at most
+// maxCodes (0: no limit). Never throws; failures give an empty list.
 std::vector<Result> readAll(const ImageView& image, const ReaderOptions& options = ReaderOptions(),
                             int maxCodes = 0);
 

@@ -1,5 +1,7 @@
 #include "Reader.h"
 
+#include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include "AlgPipeline.h"
@@ -101,8 +103,27 @@ Result read(const ImageView& image, const ReaderOptions& options) {
 std::vector<Result> readAll(const ImageView& image, const ReaderOptions& options, int maxCodes) {
     std::vector<Result> found;
     if (maxCodes < 0) return found;
-    Result one = read(image, options);
-    if (one.valid()) found.push_back(std::move(one));
+    try {
+        const cv::Mat view = detail::wrap(image);
+        // One read per cluster of dots, largest first; a cluster that repeats a code already
+        // read (its centre within two spacings) adds nothing.
+        for (int rank = 0, clusters = 1; rank < clusters; ++rank) {
+            if (maxCodes > 0 && static_cast<int>(found.size()) >= maxCodes) break;
+            AlgPipeline pipeline(options.params());
+            pipeline.clusterRank = rank;
+            Result r;
+            detail::readWith(pipeline, view, options, r);
+            clusters = std::min(r.evidence.clusters, 64);
+            if (!r.valid()) continue;
+            bool repeated = false;
+            for (const Result& f : found)
+                repeated = repeated || std::hypot(f.centre.x - r.centre.x,
+                                                  f.centre.y - r.centre.y) < 2.0 * f.spacing;
+            if (!repeated) found.push_back(std::move(r));
+        }
+    } catch (...) {
+        found.clear();
+    }
     return found;
 }
 

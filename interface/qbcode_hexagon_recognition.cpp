@@ -153,3 +153,27 @@ extern "C" int qbcode_read(const unsigned char* image, int rows, int cols, int s
     }
     return result->status;
 }
+
+extern "C" int qbcode_read_all(const unsigned char* image, int rows, int cols, int stride,
+                               const char* param_path, qbcode_result* results, int capacity) {
+    if (capacity <= 0) return 0;
+    if (results == nullptr) return QBCODE_NO_RESULT;
+    try {
+        const qbcode::ReaderOptions options =
+            param_path == nullptr || *param_path == '\0'
+                ? qbcode::ReaderOptions::fromDefaultSearch()
+                : qbcode::ReaderOptions::fromFile(param_path);
+        if (get_dots_num(options.params().layer) > QBCODE_MAX_BITS) return QBCODE_BITS_LENGTH;
+        const std::vector<qbcode::Result> found = qbcode::readAll(
+            qbcode::ImageView(image, rows, cols, stride < 0 ? 1 : static_cast<size_t>(stride)),
+            options, capacity);
+        for (size_t k = 0; k < found.size(); ++k) {
+            std::memset(&results[k], 0, sizeof(qbcode_result));
+            results[k].bit_count = get_dots_num(options.params().layer);
+            fillResult(found[k], &results[k]);
+        }
+        return static_cast<int>(found.size());
+    } catch (...) {
+        return QBCODE_INTERNAL_ERROR;
+    }
+}

@@ -213,7 +213,7 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
     // 2. Region of interest.
     t = Clock::now();
     const clock_t start1 = clock();
-    stages::Region reg = stages::region(pre, dc);
+    stages::Region reg = stages::region(pre, dc, clusterRank);
     roiCoords = std::move(reg.coords);
     roiRho = std::move(reg.rho);
     roiDelta = std::move(reg.delta);

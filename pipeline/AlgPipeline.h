@@ -89,6 +89,7 @@ public:
     FrameChain frames;
     cv::Rect region;
     double dnRatio = 0.0;  // the downsampling ratio of the read that region belongs to
+    int clusterRank = 0;   // which cluster to read: 0 the largest, 1 the next, ...
     UprightView upright;
 
 private:

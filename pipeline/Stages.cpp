@@ -70,7 +70,35 @@ Preprocessed preprocess(ImageProcessPipeline& chain, const cv::Mat& image) {
     return out;
 }
 
-Region region(const Preprocessed& pre, float dc) {
+namespace {
+
+// The k-th largest cluster's box, widened as ROI_Segment::cal_ROI widens the largest one.
+cv::Rect rankedRegion(const Region& r, int clusters, int rank, int rows, int cols, int& label) {
+    std::vector<std::pair<int, int>> sizes;  // (-count, label): largest first, then by label
+    for (int l = 0; l < clusters; ++l)
+        sizes.emplace_back(-static_cast<int>(std::count(r.labels.begin(), r.labels.end(), l)), l);
+    std::sort(sizes.begin(), sizes.end());
+    if (rank >= static_cast<int>(sizes.size()) || -sizes[rank].first < 8) return cv::Rect();
+    label = sizes[rank].second;
+    float minX = 1e30f, maxX = -1e30f, minY = 1e30f, maxY = -1e30f;
+    for (size_t i = 0; i < r.labels.size(); ++i) {
+        if (r.labels[i] != label) continue;
+        minX = std::min(minX, r.coords[2 * i]);
+        maxX = std::max(maxX, r.coords[2 * i]);
+        minY = std::min(minY, r.coords[2 * i + 1]);
+        maxY = std::max(maxY, r.coords[2 * i + 1]);
+    }
+    const int m = rows / 9;
+    const int x = std::max(static_cast<int>(minX) - m, 0);
+    const int y = std::max(static_cast<int>(minY) - m, 0);
+    const int right = std::min(cols - 1, static_cast<int>(maxX) + m);
+    const int bottom = std::min(rows - 1, static_cast<int>(maxY) + m);
+    return cv::Rect(x, y, std::abs(right - x), std::abs(bottom - y));
+}
+
+}  // namespace
+
+Region region(const Preprocessed& pre, float dc, int rank) {
     Region out;
     try {
         const int n = static_cast<int>(pre.centroids.size());
@@ -91,6 +119,14 @@ Region region(const Preprocessed& pre, float dc) {
         if (k < 1) {
             out.rect = cv::Rect(0, 0, pre.processed.cols, pre.processed.rows);
             out.dots = n;
+        } else if (rank > 0) {
+            int label = -1;
+            out.rect = rankedRegion(out, k, rank, pre.processed.rows, pre.processed.cols, label);
+            if (out.rect.area() <= 0) {
+                out.status = -200;
+                return out;
+            }
+            for (int l : out.labels) out.dots += l == label ? 1 : 0;
         } else {
             out.rect = segment.cal_ROI(out.coords.data(), out.labels.data(), k);
             if (out.rect.area() <= 0) {

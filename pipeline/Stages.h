@@ -45,7 +45,8 @@ struct Region {
     std::vector<float> coords, rho, delta;
     std::vector<int> nearest, labels;
 };
-Region region(const Preprocessed& pre, float dc);
+// rank 0 takes the largest cluster; rank k the (k+1)-th largest, for reading every code.
+Region region(const Preprocessed& pre, float dc, int rank = 0);
 
 struct Angle {
     int status = 0;

@@ -162,10 +162,29 @@ TEST(ReaderOptions, BrokenSourcesFailTheReadLikeTheFileWould) {
               QBCODE_EMPTY_IMAGE);  // a stride shorter than a row
 }
 
-TEST(ReadAll, OneCodeOrNone) {
-    const cv::Mat img =
-        qbrender::renderCode(qbrender::randomBits(5), geomtest::style(40, 24, cv::Size(640, 480)));
-    EXPECT_EQ(qbcode::readAll(qbcode::ImageView(img.data, img.rows, img.cols)).size(), 1u);
+// Two codes side by side both come back, each with its own bits and geometry.
+TEST(ReadAll, EveryCodeInTheFrame) {
+    const std::vector<int> left = qbrender::randomBits(5), right = qbrender::randomBits(6);
+    cv::Mat img =
+        qbrender::renderCode(left, geomtest::style(40, 20, cv::Size(1280, 480), {300, 240}));
+    cv::max(img,
+            qbrender::renderCode(right, geomtest::style(75, 22, cv::Size(1280, 480), {950, 250})),
+            img);
+    const qbcode::ImageView view(img.data, img.rows, img.cols);
+    const std::vector<qbcode::Result> found = qbcode::readAll(view);
+    ASSERT_EQ(found.size(), 2u);
+    const bool leftFirst = found[0].centre.x < found[1].centre.x;
+    const qbcode::Result& a = found[leftFirst ? 0 : 1];
+    const qbcode::Result& b = found[leftFirst ? 1 : 0];
+    EXPECT_EQ(a.bits, left);
+    EXPECT_EQ(b.bits, right);
+    EXPECT_LT(distance(a.centre, {300, 240}), 1.0);
+    EXPECT_LT(distance(b.centre, {950, 250}), 1.0);
+    EXPECT_EQ(qbcode::readAll(view, qbcode::ReaderOptions(), 1).size(), 1u);
+
+    qbcode_result results[4];
+    EXPECT_EQ(qbcode_read_all(img.data, img.rows, img.cols, 0, QBCODE_DEFAULT_PARAMS, results, 4),
+              2);
     const cv::Mat blank(480, 640, CV_8U, cv::Scalar(0));
     EXPECT_TRUE(qbcode::readAll(qbcode::ImageView(blank.data, 480, 640)).empty());
 }
