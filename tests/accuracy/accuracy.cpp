@@ -225,50 +225,47 @@ std::vector<Condition> buildConditions(const std::vector<cv::Mat>& photos) {
           [](Scene& s, double v) { s.jpeg = static_cast<int>(v); });
     sweep("tilt", "deg", "tilt (deg)", {0, 5, 10, 15, 20, 25, 30, 35}, 10,
           [](Scene& s, double v) { s.tilt = v; });
-    {
+    // One condition from the nominal scene with a few fields changed.
+    auto variant = [&](const std::string& name, const std::string& set,
+                       const std::function<void(Scene&)>& edit) {
         Scene s = nominal;
+        edit(s);
+        add(name, "", 0, set, sceneGenerator(s));
+    };
+    variant("uneven lighting", "hard", [](Scene& s) {
         s.lighting = 0.5;
         s.vignette = 0.3;
-        add("uneven lighting", "", 0, "hard", sceneGenerator(s));
-        // Stray blobs within the clustering's reach widen the region of interest; the code then
-        // sits off-centre and the upright turn can cut an outer dot (see docs/envelope.md).
-        Scene t = nominal;
-        t.texture = 30;
-        add("texture clutter", "", 0, "hard", sceneGenerator(t));
-        Scene b = nominal;
-        b.clutter = 15;
-        b.clutterClearance = 250;
-        add("stray blobs 250px away", "", 0, "sweep", sceneGenerator(b));
-        Scene near = nominal;
-        near.texture = 25;
-        near.clutter = 15;
-        add("blobs near the code", "", 0, "design", sceneGenerator(near));
-        Scene big = nominal;
-        big.size = cv::Size(1280, 960);
-        big.spacingLo = 32;
-        big.spacingHi = 72;
-        add("960x1280 spacing 32-72", "", 0, "sweep", sceneGenerator(big));
-        Scene bigSmall = big;
-        bigSmall.spacingLo = 16;
-        bigSmall.spacingHi = 36;
-        add("960x1280 spacing 16-36", "", 0, "sweep", sceneGenerator(bigSmall));
-    }
-    {
-        // What ordinary prints and cameras show.
-        Scene dark = nominal;
-        dark.background = 200;
-        dark.foreground = 40;
-        add("dark dots on light", "", 0, "camera", sceneGenerator(dark));
-        Scene tilted = nominal;
-        tilted.tilt = 15;
-        tilted.tiltHi = 35;
-        add("tilt 15-35deg", "", 0, "camera", sceneGenerator(tilted));
-        Scene large = nominal;
-        large.size = cv::Size(1280, 960);
-        large.spacingLo = 12;
-        large.spacingHi = 60;
-        add("960x1280 spacing 12-60", "", 0, "camera", sceneGenerator(large));
-    }
+    });
+    // Stray blobs within the clustering's reach widen the region of interest; the code then
+    // sits off-centre and the upright turn can cut an outer dot (see docs/envelope.md).
+    variant("texture clutter", "hard", [](Scene& s) { s.texture = 30; });
+    variant("stray blobs 250px away", "sweep", [](Scene& s) {
+        s.clutter = 15;
+        s.clutterClearance = 250;
+    });
+    variant("blobs near the code", "design", [](Scene& s) {
+        s.texture = 25;
+        s.clutter = 15;
+    });
+    auto large = [](double lo, double hi) {
+        return [lo, hi](Scene& s) {
+            s.size = cv::Size(1280, 960);
+            s.spacingLo = lo;
+            s.spacingHi = hi;
+        };
+    };
+    variant("960x1280 spacing 32-72", "sweep", large(32, 72));
+    variant("960x1280 spacing 16-36", "sweep", large(16, 36));
+    // What ordinary prints and cameras show.
+    variant("dark dots on light", "camera", [](Scene& s) {
+        s.background = 200;
+        s.foreground = 40;
+    });
+    variant("tilt 15-35deg", "camera", [](Scene& s) {
+        s.tilt = 15;
+        s.tiltHi = 35;
+    });
+    variant("960x1280 spacing 12-60", "camera", large(12, 60));
     for (double cut : {0.15, 0.3, 0.5}) {
         Scene s = nominal;
         s.cut = cut;
