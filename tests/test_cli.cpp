@@ -101,7 +101,8 @@ INSTANTIATE_TEST_SUITE_P(
 
                       Args{"--payload-hex", "00000000000000000002", "-o", "x.png", "73 free bits"},
 
-                      Args{"--payload", "1", "-o", "-o needs a value"}));
+                      Args{"--payload", "1", "-o", "-o needs a value"}),
+    [](const auto& i) { return testsupport::label("%s", i.param.back().c_str()); });
 
 TEST(RenderCommand, WritesTheCodeAndPrintsItsBits) {
     const std::string out = tmpPath("cli_clean.png");

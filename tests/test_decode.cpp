@@ -9,6 +9,7 @@
 
 #include "qbcode_hexagon_recognition.h"
 #include "qbcode_render.h"
+#include "test_support.h"
 
 namespace {
 
@@ -81,7 +82,8 @@ std::vector<double> decodeAngles() {
     return a;
 }
 
-INSTANTIATE_TEST_SUITE_P(Angles, DecodeRotated, ::testing::ValuesIn(decodeAngles()));
+INSTANTIATE_TEST_SUITE_P(Angles, DecodeRotated, ::testing::ValuesIn(decodeAngles()),
+                         [](const auto& i) { return testsupport::label("deg_%g", i.param); });
 
 struct StyleCase {
     double angle, spacing;
@@ -102,7 +104,12 @@ INSTANTIATE_TEST_SUITE_P(Cases, DecodeStyle,
                          ::testing::Values(StyleCase{0, 22, 0}, StyleCase{45, 22, 0},
                                            StyleCase{90, 22, 0}, StyleCase{240, 22, 0},
                                            StyleCase{333, 22, 0}, StyleCase{17, 18, 11},
-                                           StyleCase{17, 26, 11}));
+                                           StyleCase{17, 26, 11}),
+                         [](const auto& i) {
+                             return testsupport::label("deg_%g_spacing_%g_seed_%d", i.param.angle,
+                                                       i.param.spacing,
+                                                       static_cast<int>(i.param.seed));
+                         });
 
 TEST(Decode, NoCodeIsAFailureNotACrash) {
     qbrender::CameraOptions cam = qbrender::typicalCamera(5);

@@ -94,7 +94,10 @@ TEST_P(Rotation, FastRoutesMatchThePlainWalkAndEachOther) {
 
 INSTANTIATE_TEST_SUITE_P(Sizes, Rotation,
                          ::testing::Values(cv::Size(1, 1), cv::Size(7, 1), cv::Size(1, 6),
-                                           cv::Size(65, 64), cv::Size(131, 97)));
+                                           cv::Size(65, 64), cv::Size(131, 97)),
+                         [](const auto& i) {
+                             return testsupport::label("%dx%d", i.param.width, i.param.height);
+                         });
 
 // The driver turns images in place; the angle search may hand over views.
 TEST(RotationBuffers, InPlaceViewsAndMissingDestinations) {
@@ -179,7 +182,8 @@ TEST_P(AngleOfRenderedCode, IsFoundAndTurnsTheGridUpright) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rotations, AngleOfRenderedCode,
-                         ::testing::Values(0.0, 7.0, 31.0, 58.0, 104.0, 151.0, 179.0));
+                         ::testing::Values(0.0, 7.0, 31.0, 58.0, 104.0, 151.0, 179.0),
+                         [](const auto& i) { return testsupport::label("deg_%g", i.param); });
 
 // The legacy-matrix variant's angle and spacing are checked end to end with the recognition run.
 TEST(AngleOnGreyCrop, StatusCodes) {

@@ -7,6 +7,7 @@
 #include "Point_Generation.h"
 #include "qbcode_render.h"
 #include "test_geometry_support.h"
+#include "test_support.h"
 
 using geomtest::sameMat;
 
@@ -53,7 +54,8 @@ TEST_P(GridMatchesRenderer, ForAnyRotationAndCentre) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Angles, GridMatchesRenderer,
-                         ::testing::Values(0.0, 17.0, 60.0, 123.4, -30.0, 300.0));
+                         ::testing::Values(0.0, 17.0, 60.0, 123.4, -30.0, 300.0),
+                         [](const auto& i) { return testsupport::label("deg_%g", i.param); });
 
 // Methods 2 and 3 enumerate the same grid their own way and must give method 1's rows.
 class GeneratorsAgree : public ::testing::TestWithParam<int> {};
@@ -73,7 +75,8 @@ TEST_P(GeneratorsAgree, RowForRow) {
     EXPECT_LE(cv::norm(a, c, cv::NORM_INF), 1e-7 * g * (layer + 1));
 }
 
-INSTANTIATE_TEST_SUITE_P(Layers, GeneratorsAgree, ::testing::Values(0, 1, 5, 9));
+INSTANTIATE_TEST_SUITE_P(Layers, GeneratorsAgree, ::testing::Values(0, 1, 5, 9),
+                         [](const auto& i) { return testsupport::label("rings_%d", i.param); });
 
 TEST(HexagonPoints, RoundIsHalfUpThenTowardZero) {
     cv::Mat v = (cv::Mat_<double>(1, 6) << 2.5, -2.5, -1.3, 1.49, -0.5, 1e300);

@@ -6,6 +6,7 @@
 
 #include "ROI_Segment.h"
 #include "qbcode_render.h"
+#include "test_support.h"
 
 class RoiSegment : public ::testing::Test {
 protected:
@@ -61,7 +62,11 @@ TEST_P(RoiNoCluster, ReturnsZeroClusters) {
 
 INSTANTIATE_TEST_SUITE_P(Degenerate, RoiNoCluster,
                          ::testing::Values(std::vector<float>{}, std::vector<float>{3, 4},
-                                           std::vector<float>{0, 0, 10, 0}));
+                                           std::vector<float>{0, 0, 10, 0}),
+                         [](const auto& i) {
+                             return testsupport::label("points_%d",
+                                                       static_cast<int>(i.param.size() / 2));
+                         });
 
 // The region needs eight members; it is widened by rows / 9 and clipped short of the last
 // row and column. Null arrays and far-out coordinates are harmless.

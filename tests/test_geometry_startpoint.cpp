@@ -47,7 +47,8 @@ TEST_P(StartPointPadding, LandsOnTheCentreDot) {
     EXPECT_EQ(gap, 13.0f);
 }
 
-INSTANTIATE_TEST_SUITE_P(Modes, StartPointPadding, ::testing::Values(0, 1));
+INSTANTIATE_TEST_SUITE_P(Modes, StartPointPadding, ::testing::Values(0, 1),
+                         [](const auto& i) { return testsupport::label("mode_%d", i.param); });
 
 TEST_F(StartPoint, PicksTheNeighbouringSpacingThatFitsBetter) {
     const cv::Mat img =
@@ -119,4 +120,7 @@ TEST_P(RecognitionGeometry, FindsAngleGapAndCentre) {
     EXPECT_NEAR(pipe.upright.gap, s.spacing * 0.6, 0.03 * s.spacing * 0.6);  // default downsampling
 }
 
-INSTANTIATE_TEST_SUITE_P(AngleSearches, RecognitionGeometry, ::testing::Values(0, 1));
+INSTANTIATE_TEST_SUITE_P(AngleSearches, RecognitionGeometry, ::testing::Values(0, 1),
+                         [](const auto& i) {
+                             return std::string(i.param ? "legacy_matrix" : "projection");
+                         });

@@ -56,7 +56,8 @@ TEST_P(OverlayValue, OnlyPositiveDotsAreFramedGreenAndMarkedOnTheBinary) {
 
 INSTANTIATE_TEST_SUITE_P(Values, OverlayValue,
                          ::testing::Values(1.0, 1e-9, 0.0, -1.0,
-                                           std::numeric_limits<double>::quiet_NaN()));
+                                           std::numeric_limits<double>::quiet_NaN()),
+                         [](const auto& i) { return testsupport::label("value_%g", i.param); });
 
 TEST_F(Overlay, CoordinatesRoundHalfUp) {
     // 10.4 -> 10 and 10.5 -> 11, 40.4 -> 40 and 40.5 -> 41.

@@ -36,7 +36,11 @@ TEST_P(RenderOrder, MatchesTheHexagonGenerator) {
 
 INSTANTIATE_TEST_SUITE_P(RingsAndAngles, RenderOrder,
                          ::testing::Combine(::testing::Values(0, 1, 5, 7),
-                                            ::testing::Values(0.0, 23.5, 300.0, -45.0)));
+                                            ::testing::Values(0.0, 23.5, 300.0, -45.0)),
+                         [](const auto& i) {
+                             return testsupport::label("rings_%d_deg_%g", std::get<0>(i.param),
+                                                       std::get<1>(i.param));
+                         });
 
 TEST(Render, DrawsEveryOneAndNoZeroAndNothingForBadInput) {
     const auto bits = qbrender::payloadBits(0xfedcba9876543210ULL);
@@ -76,7 +80,11 @@ TEST_P(PayloadNumber, RoundTripsAndKeepsTheMarkers) {
 
 INSTANTIATE_TEST_SUITE_P(Numbers, PayloadNumber,
                          ::testing::Values(0ULL, 1ULL, 0x8000000000000000ULL, 0x0123456789abcdefULL,
-                                           ~0ULL));
+                                           ~0ULL),
+                         [](const auto& i) {
+                             return testsupport::label("x%016llx",
+                                                       static_cast<unsigned long long>(i.param));
+                         });
 
 TEST(Payload, BytesFillFreePositionsInOrderAndSmallCodesKeepTheirMarkers) {
     const auto bits = qbrender::payloadBits(std::vector<uint8_t>{1, 0, 0, 0, 0, 0, 0, 0, 0, 0xff});

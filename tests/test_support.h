@@ -1,6 +1,8 @@
 // Helpers shared by the test files.
 #pragma once
 
+#include <cctype>
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -8,6 +10,17 @@
 #include <gtest/gtest.h>
 
 namespace testsupport {
+
+// A test name from printf-style values: every character gtest refuses becomes '_'.
+template <typename... Args>
+std::string label(const char* format, Args... args) {
+    char buf[128];
+    std::snprintf(buf, sizeof buf, format, args...);
+    std::string name = buf;
+    for (char& c : name)
+        if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+    return name;
+}
 
 inline std::string tmpPath(const std::string& name) { return std::string(QBCODE_TEST_TMP) + "/" + name; }
 

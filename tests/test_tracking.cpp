@@ -62,7 +62,10 @@ TEST_P(BoxRadius, SmallSpacingsDivideLargeOnesRoundUp) {
 INSTANTIATE_TEST_SUITE_P(Branches, BoxRadius,
                          ::testing::Values(std::make_pair(16.0, 16.0 / 3.5),
                                            std::make_pair(16.5, 6.0), std::make_pair(18.0, 6.0),
-                                           std::make_pair(18.1, 7.0)));
+                                           std::make_pair(18.1, 7.0)),
+                         [](const auto& i) {
+                             return testsupport::label("spacing_%g", i.param.first);
+                         });
 
 struct WindowCase {
     cv::Point pixel;  // (x = column, y = row)
@@ -87,7 +90,11 @@ INSTANTIATE_TEST_SUITE_P(
                       WindowCase{{5, 0}, 1, 5, 3, 0},        // row 0 never counts
                       WindowCase{{0, 5}, 5, 1, 3, 0},        // column 0 never counts
                       WindowCase{{5, 1}, 1, 5, 3, 1},        // row 1 does
-                      WindowCase{{10, 10}, 40, 40, 5, 0}));  // box fully outside
+                      WindowCase{{10, 10}, 40, 40, 5, 0}),  // box fully outside
+    [](const auto& i) {
+        return testsupport::label("pixel_%d_%d_box_%d_%d", i.param.pixel.x, i.param.pixel.y,
+                                  i.param.row, i.param.col);
+    });
 
 TEST_F(Tracking, ThresholdUsesTheOddBoxAreaAndIsStrict) {
     // r = 3, ratio 0.5: threshold 49 * 0.5 = 24.5 against a 6 x 6 window.
@@ -167,7 +174,11 @@ INSTANTIATE_TEST_SUITE_P(
                       MarkerCase{{{1, 0}, {4, 2}, {0, 0}}, 1},  // 2.0 exactly
                       MarkerCase{{{5, 0}, {3, 1}, {2, 0}}, 0},  // a later weaker row loses
                       MarkerCase{{{6, 0}, {6, 1}}, 1},          // tie: later
-                      MarkerCase{{{0, 0}, {0, 0}, {0, 0}, {0, 0}, {0, 0}, {0, 0}}, -1}));
+                      MarkerCase{{{0, 0}, {0, 0}, {0, 0}, {0, 0}, {0, 0}, {0, 0}}, -1}),
+    [](const auto& i) {
+        return testsupport::label("rows_%d_case_%d", static_cast<int>(i.param.rows.size()),
+                                  static_cast<int>(i.index));
+    });
 
 TEST_F(Tracking, NoRowsIsMinusOne) {
     EXPECT_EQ(tracker.hexagon_outputD(cv::Mat(), bits), -1);
@@ -196,7 +207,11 @@ INSTANTIATE_TEST_SUITE_P(SixOrientations, TrackTurned,
                          ::testing::Values(TurnCase{0, 22, 8}, TurnCase{1, 22, 8},
                                            TurnCase{2, 22, 8}, TurnCase{3, 22, 8},
                                            TurnCase{4, 22, 8}, TurnCase{5, 22, 8},
-                                           TurnCase{0, 14, 4}));
+                                           TurnCase{0, 14, 4}),
+                         [](const auto& i) {
+                             return testsupport::label("turns_%d_spacing_%g", i.param.turns,
+                                                       i.param.spacing);
+                         });
 
 TEST_F(Tracking, BinarisesTheCallersImageAtSixty) {
     cv::Mat img = render(0.0);
