@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
 #include <vector>
 
@@ -74,14 +75,49 @@ size_t skipQuoted(const std::string& line, size_t i) {
     return i;
 }
 
+// OpenCV's YAML parser never returns when anything follows the first document's root
+// collection: it steps three characters on and waits for a "---" it may never reach. A
+// parameter file is one block mapping: "%YAML", an optional "---" line, then keys all in the
+// column of the first.
+// Other text is as malformed to us as any the parser refuses.
+bool oneDocument(const std::string& text) {
+    if (text.find('\0') != std::string::npos) return false;
+    const size_t begin = text.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0;
+    if (text.compare(begin, 5, "%YAML") != 0) return true;  // not YAML: the parser refuses it
+    if (text.find("%YAML", begin + 1) != std::string::npos) return false;
+    bool marker = true;  // a "---" line may still come
+    bool rootSeen = false;
+    size_t rootIndent = 0;  // column of the first key; no later line may stand left of it
+    size_t start = text.find('\n', begin);
+    while (start != std::string::npos) {
+        ++start;
+        size_t end = text.find('\n', start);
+        const std::string line =
+            text.substr(start, end == std::string::npos ? std::string::npos : end - start);
+        start = end;
+        const size_t first = line.find_first_not_of(" \t\r");
+        if (first == std::string::npos || line[first] == '#') continue;
+        if (marker && line.compare(0, 3, "---") == 0) {
+            const size_t rest = line.find_first_not_of(" \t\r", 3);
+            if (rest != std::string::npos && line[rest] != '#') return false;
+            marker = false;
+            continue;
+        }
+        if (!rootSeen) rootIndent = first;
+        if (first < rootIndent) return false;  // the mapping would end there
+        rootSeen = true;
+        marker = false;
+        const unsigned char c = static_cast<unsigned char>(line[first]);
+        if (first == rootIndent && !(std::isalnum(c) || c == '_' || c == '"' || c == '\''))
+            return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 int checkText(const std::string& text) {
     if (text.size() > limits::kMaxParamBytes) return QBCODE_PARAMS_TOO_LARGE;
-    // OpenCV's parser never returns from a "%YAML" directive that does not open the text (on a
-    // "---" line with more lines after it): that text is as malformed as any it refuses.
-    const size_t open = text.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0;
-    if (text.find("%YAML", open + 1) != std::string::npos) return -1;
     int marks = 0;
     for (char c : text)
         if (c == '[' || c == '{' || c == ':' || c == '-') ++marks;
@@ -123,7 +159,7 @@ int checkText(const std::string& text) {
             if (level + flow > limits::kMaxNesting) return QBCODE_PARAMS_TOO_DEEP;
         }
     }
-    return 0;
+    return oneDocument(text) ? 0 : -1;
 }
 
 int configStatus(int readResult, int stageStatus) {

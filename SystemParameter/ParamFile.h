@@ -22,6 +22,11 @@ constexpr int kMaxImageSide = 8192;                   // rows or columns
 constexpr long long kMaxImagePixels = 4096LL * 4096;  // before and after the downsampling
 constexpr int kMaxLayer = 32;
 
+inline bool imageTooLarge(int rows, int cols) {
+    return rows > kMaxImageSide || cols > kMaxImageSide ||
+           static_cast<long long>(rows) * cols > kMaxImagePixels;
+}
+
 }  // namespace limits
 
 namespace paramfile {
@@ -32,7 +37,7 @@ namespace paramfile {
 int readFile(const std::string& path, std::string& text);
 
 // 0, or the refusal status of text above the size limit or nested too deeply for the parser;
-// -1 (unreadable) for a "%YAML" directive anywhere but at the start, on which the parser stalls.
+// -1 (unreadable) for YAML text that is more than one block mapping, on which the parser stalls.
 int checkText(const std::string& text);
 
 // A stage's configuration status for a failed section read: the refusals of the file or of a

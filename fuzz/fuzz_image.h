@@ -27,7 +27,8 @@ inline Image fromBytes(const uint8_t* data, size_t size) {
         style.spacing = 10.0 + data[3] % 24;
         style.dotDiameter = style.spacing * (0.3 + (data[4] % 8) * 0.06);
         style.rotationDeg = data[5] * (360.0 / 256.0);
-        style.centre = cv::Point2d(200 + static_cast<int8_t>(data[6]), 180 + static_cast<int8_t>(data[7]));
+        style.centre =
+            cv::Point2d(200 + static_cast<int8_t>(data[6]), 180 + static_cast<int8_t>(data[7]));
         qbrender::CameraOptions cam;
         cam.blurSigma = (data[8] % 4) * 0.5;
         cam.noiseSigma = (data[8] >> 2) % 16;

@@ -1,5 +1,6 @@
-// Fuzz target: the input is the parameter file itself, mutated in structure and values (run with
-// fuzz/params.dict and the seeds in fuzz/seeds/params), read through the C call on a code image.
+// Fuzz target: the input is the parameter file itself, mutated in structure and values (run
+// with fuzz/params.dict and the seeds in fuzz/seeds/params), read through both C calls on a
+// code image.
 // It lives in an anonymous memory file: nothing is left on disk.
 #include <sys/mman.h>
 #include <unistd.h>
@@ -56,6 +57,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         int box[4];
         quelbor_hexagon_recognition(img.data, img.rows, img.cols, 0, path.c_str(), bits.data(), len,
                                     box, 4);
+        qbcode_result full;
+        qbcode_read(img.data, img.rows, img.cols, 0, path.c_str(), &full);
     }
     close(fd);
     return 0;

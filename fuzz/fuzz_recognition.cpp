@@ -1,4 +1,4 @@
-// Fuzz target: rendered codes with damage, and raw images of any size, through the C call.
+// Fuzz target: rendered codes with damage, and raw images of any size, through both C calls.
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -10,7 +10,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const fuzzimage::Image img = fuzzimage::fromBytes(data, size);
     std::vector<int> bits(91);
     int box[4];
-    quelbor_hexagon_recognition(img.pixels.empty() ? nullptr : img.pixels.data, img.rows, img.cols,
-                                0, QBCODE_DEFAULT_PARAMS, bits.data(), 91, box, 4);
+    unsigned char* pixels = img.pixels.empty() ? nullptr : img.pixels.data;
+    quelbor_hexagon_recognition(pixels, img.rows, img.cols, 0, QBCODE_DEFAULT_PARAMS, bits.data(),
+                                91, box, 4);
+    qbcode_result full;
+    qbcode_read(pixels, img.rows, img.cols, 0, QBCODE_DEFAULT_PARAMS, &full);
     return 0;
 }

@@ -14,15 +14,6 @@
 #include "qbcode_status.h"
 #include "SystemPara.h"
 
-namespace {
-
-bool tooLarge(int rows, int cols) {
-    return rows > qbcode::limits::kMaxImageSide || cols > qbcode::limits::kMaxImageSide ||
-           static_cast<long long>(rows) * cols > qbcode::limits::kMaxImagePixels;
-}
-
-}  // namespace
-
 int ImageProcessPipeline::initialize() {
     if (sysPara == nullptr) return -1;  // as for an unreadable file
     const int r = sysPara->readPara("ImageProcess");
@@ -55,7 +46,7 @@ int ImageProcessPipeline::process(cv::Mat& input, cv::Mat& processed, cv::Mat& b
     }
     // Every cost limit is checked before the first pixel is touched: the caller's size may be
     // larger than its buffer, and each scale costs a pass over the whole image.
-    if (tooLarge(input.rows, input.cols)) return QBCODE_IMAGE_TOO_LARGE;
+    if (qbcode::limits::imageTooLarge(input.rows, input.cols)) return QBCODE_IMAGE_TOO_LARGE;
     if (HessianScale.size() > qbcode::limits::kMaxScales ||
         LogScale.size() > qbcode::limits::kMaxScales)
         return QBCODE_TOO_MANY_SCALES;
@@ -66,7 +57,8 @@ int ImageProcessPipeline::process(cv::Mat& input, cv::Mat& processed, cv::Mat& b
     const double colsD = std::trunc(input.cols * DnRatio);
     if (rowsD > INT_MAX || colsD > INT_MAX || rowsD * colsD > INT_MAX) return -112;
     if (DnRatio > qbcode::limits::kMaxDnRatio) return QBCODE_DNRATIO_RANGE;
-    if (tooLarge(static_cast<int>(rowsD), static_cast<int>(colsD))) return QBCODE_IMAGE_TOO_LARGE;
+    if (qbcode::limits::imageTooLarge(static_cast<int>(rowsD), static_cast<int>(colsD)))
+        return QBCODE_IMAGE_TOO_LARGE;
     const int newRows = static_cast<int>(rowsD), newCols = static_cast<int>(colsD);
     if (Debug) {
         std::cout << "image original size: " << input.rows << "x" << input.cols << std::endl;

@@ -131,6 +131,9 @@ int AlgPipeline::Run(const cv::Mat& image, const std::string& imgName, bool keep
 // stands between a try and a wrong read: the other polarity, then the other downsampling ratios.
 int AlgPipeline::runPolicy(const cv::Mat& image, const std::string& imgName, bool keepUpright,
                            int* bits, int count, clock_t start0) {
+    // Each try reads, and may copy, the whole frame: one beyond the size limits is refused before
+    // a pixel is touched (the caller's size may be larger than its buffer).
+    if (qbcode::limits::imageTooLarge(image.rows, image.cols)) return QBCODE_IMAGE_TOO_LARGE;
     const bool camera = para->readPara("Camera") >= 0;
     const bool guarded = para->readPara("Verification") >= 0 && para->verify_enabled != 0;
     struct Try {
