@@ -44,8 +44,7 @@ std::vector<std::string> defaultParamsSearch() {
     if (!dir.empty())
         order.push_back(dir + "/" QBCODE_LIBDIR_TO_DATADIR "/qbcode_hexagon_recognition/" +
                         kFileName);
-    order.push_back(std::string(QBCODE_INSTALL_DATADIR "/qbcode_hexagon_recognition/") +
-                    kFileName);
+    order.push_back(std::string(QBCODE_INSTALL_DATADIR "/qbcode_hexagon_recognition/") + kFileName);
     return order;
 }
 

@@ -133,10 +133,9 @@ extern "C" int qbcode_read(const unsigned char* image, int rows, int cols, int s
     result->orientation = -1;
     try {
         // Unlike the original call, no path means the installed search, not only ./.
-        const qbcode::ReaderOptions options =
-            param_path == nullptr || *param_path == '\0'
-                ? qbcode::ReaderOptions::fromDefaultSearch()
-                : qbcode::ReaderOptions::fromFile(param_path);
+        const qbcode::ReaderOptions options = param_path == nullptr || *param_path == '\0'
+                                                  ? qbcode::ReaderOptions::fromDefaultSearch()
+                                                  : qbcode::ReaderOptions::fromFile(param_path);
         result->bit_count = get_dots_num(options.params().layer);
         if (result->bit_count > QBCODE_MAX_BITS) {
             result->status = QBCODE_BITS_LENGTH;
@@ -159,10 +158,9 @@ extern "C" int qbcode_read_all(const unsigned char* image, int rows, int cols, i
     if (capacity <= 0) return 0;
     if (results == nullptr) return QBCODE_NO_RESULT;
     try {
-        const qbcode::ReaderOptions options =
-            param_path == nullptr || *param_path == '\0'
-                ? qbcode::ReaderOptions::fromDefaultSearch()
-                : qbcode::ReaderOptions::fromFile(param_path);
+        const qbcode::ReaderOptions options = param_path == nullptr || *param_path == '\0'
+                                                  ? qbcode::ReaderOptions::fromDefaultSearch()
+                                                  : qbcode::ReaderOptions::fromFile(param_path);
         if (get_dots_num(options.params().layer) > QBCODE_MAX_BITS) return QBCODE_BITS_LENGTH;
         const std::vector<qbcode::Result> found = qbcode::readAll(
             qbcode::ImageView(image, rows, cols, stride < 0 ? 1 : static_cast<size_t>(stride)),

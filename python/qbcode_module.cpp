@@ -120,8 +120,7 @@ std::vector<int> bitsFrom(const py::object& bits, const py::object& payload, int
         if (py::int_(0).attr("__gt__")(n).cast<bool>())
             throw py::value_error("payload must not be negative");
         if (n.attr("bit_length")().cast<int>() > free)
-            throw py::value_error("payload does not fit in " + std::to_string(free) +
-                                  " free bits");
+            throw py::value_error("payload does not fit in " + std::to_string(free) + " free bits");
         const std::string raw = n.attr("to_bytes")((free + 7) / 8, "little").cast<std::string>();
         bytes.assign(raw.begin(), raw.end());
     } else {
@@ -185,9 +184,10 @@ PYBIND11_MODULE(qbcode, m) {
         .def_property_readonly("valid", &qbcode::Result::valid)
         .def_readonly("bits", &qbcode::Result::bits, "centre, then ring by ring")
         .def_property_readonly("payload", &payloadOf, "free positions as bytes, LSB first")
-        .def_property_readonly("box", [](const qbcode::Result& r) {
-            return py::make_tuple(r.box[0], r.box[1], r.box[2], r.box[3]);
-        })
+        .def_property_readonly("box",
+                               [](const qbcode::Result& r) {
+                                   return py::make_tuple(r.box[0], r.box[1], r.box[2], r.box[3]);
+                               })
         .def_readonly("orientation", &qbcode::Result::orientation)
         .def_readonly("angle", &qbcode::Result::angle)
         .def_readonly("spacing", &qbcode::Result::spacing)
@@ -232,8 +232,7 @@ PYBIND11_MODULE(qbcode, m) {
         },
         py::arg("bits") = py::none(), py::arg("payload") = py::none(), py::arg("rings") = 5,
         py::arg("spacing") = 22.0, py::arg("dot") = 13.0, py::arg("rotation") = 0.0,
-        py::arg("size") = std::make_pair(640, 480), py::arg("camera") = false,
-        py::arg("seed") = 1,
+        py::arg("size") = std::make_pair(640, 480), py::arg("camera") = false, py::arg("seed") = 1,
         "A code image (uint8, rows x cols) from bits or a payload (bytes, or a non-negative\n"
         "int). size is (width, height); camera adds blur, noise, uneven light, tilt and JPEG.");
     m.def(

@@ -18,7 +18,9 @@ struct Golden {
     std::string expected;  // status, bits and box, tab-separated as in the table
 };
 
-void PrintTo(const Golden& g, std::ostream* os) { *os << g.file; }
+void PrintTo(const Golden& g, std::ostream* os) {
+    *os << g.file;
+}
 
 std::vector<Golden> goldenTable() {
     std::vector<Golden> rows;

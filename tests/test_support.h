@@ -22,7 +22,9 @@ std::string label(const char* format, Args... args) {
     return name;
 }
 
-inline std::string tmpPath(const std::string& name) { return std::string(QBCODE_TEST_TMP) + "/" + name; }
+inline std::string tmpPath(const std::string& name) {
+    return std::string(QBCODE_TEST_TMP) + "/" + name;
+}
 
 inline std::string readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -37,7 +39,9 @@ inline std::string writeFile(const std::string& name, const std::string& text) {
     return path;
 }
 
-inline std::string defaultParams() { return readFile(QBCODE_DEFAULT_PARAMS); }
+inline std::string defaultParams() {
+    return readFile(QBCODE_DEFAULT_PARAMS);
+}
 
 // The default parameter file with one "key: value" line replaced (first match after section).
 inline std::string paramsWith(const std::string& section, const std::string& key,

@@ -83,13 +83,13 @@ TEST_P(SamplingWindow, IsHalfOpenAndSkipsRowAndColumnZero) {
 
 INSTANTIATE_TEST_SUITE_P(
     Pixels, SamplingWindow,
-    ::testing::Values(WindowCase{{7, 7}, 10, 10, 3, 1},      // first row and column inside
-                      WindowCase{{12, 12}, 10, 10, 3, 1},    // last row and column inside
-                      WindowCase{{10, 13}, 10, 10, 3, 0},    // row + r is outside
-                      WindowCase{{13, 10}, 10, 10, 3, 0},    // col + r is outside
-                      WindowCase{{5, 0}, 1, 5, 3, 0},        // row 0 never counts
-                      WindowCase{{0, 5}, 5, 1, 3, 0},        // column 0 never counts
-                      WindowCase{{5, 1}, 1, 5, 3, 1},        // row 1 does
+    ::testing::Values(WindowCase{{7, 7}, 10, 10, 3, 1},     // first row and column inside
+                      WindowCase{{12, 12}, 10, 10, 3, 1},   // last row and column inside
+                      WindowCase{{10, 13}, 10, 10, 3, 0},   // row + r is outside
+                      WindowCase{{13, 10}, 10, 10, 3, 0},   // col + r is outside
+                      WindowCase{{5, 0}, 1, 5, 3, 0},       // row 0 never counts
+                      WindowCase{{0, 5}, 5, 1, 3, 0},       // column 0 never counts
+                      WindowCase{{5, 1}, 1, 5, 3, 1},       // row 1 does
                       WindowCase{{10, 10}, 40, 40, 5, 0}),  // box fully outside
     [](const auto& i) {
         return testsupport::label("pixel_%d_%d_box_%d_%d", i.param.pixel.x, i.param.pixel.y,
@@ -268,8 +268,8 @@ TEST_F(Tracking, QualityAnalysisMeasuresTheDecodedGrid) {
     for (auto& r : records) dots.push_back(&r);
     tracker.imgName = "q.bmp";
     EXPECT_GE(tracker.print_qualityAnalysis(bin, grey, centres, dots), 0);
-    EXPECT_EQ(records[1].found, 1);  // a marker dot, always printed
-    EXPECT_EQ(records[3].found, 0);  // a blank marker
+    EXPECT_EQ(records[1].found, 1);                    // a marker dot, always printed
+    EXPECT_EQ(records[3].found, 0);                    // a blank marker
     const cv::Point2d* earlier = records[1].centroid;  // points into the first analysis
     cv::Mat negative(grey.size(), CV_32F, cv::Scalar(-1.0));
     EXPECT_EQ(tracker.print_qualityAnalysis(bin, negative, centres, dots), -503);

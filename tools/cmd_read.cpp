@@ -42,8 +42,8 @@ struct Result {
 // render --payload-hex come back as they were written.
 std::string payloadHex(const std::vector<int>& bits) {
     std::vector<uint8_t> bytes = qbcode::payloadBytes(bits);
-    const size_t free = bits.size() - qbcode::markerOnPositions().size() -
-                        qbcode::markerOffPositions().size();
+    const size_t free =
+        bits.size() - qbcode::markerOnPositions().size() - qbcode::markerOffPositions().size();
     if (free % 8 != 0 && !bytes.empty() && bytes.back() == 0) bytes.pop_back();
     std::ostringstream o;
     for (uint8_t b : bytes)
