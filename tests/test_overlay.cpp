@@ -86,7 +86,10 @@ TEST_F(Overlay, ValuesMayBeARowOrAColumnScaleIsIgnoredAndNoBoxesDrawNothing) {
 
 class DriverFiles : public ::testing::Test {
 protected:
-    const std::string prefix = tmpPath("dbg_");
+    // One prefix per test: ctest runs the tests of this fixture side by side and SetUp deletes.
+    const std::string prefix =
+        tmpPath(std::string("dbg_") +
+                ::testing::UnitTest::GetInstance()->current_test_info()->name() + "_");
     const std::vector<std::string> files = {
         "Bin_roi_result.bmp.jpg",      "binImg_rot_result.bmp.jpg", "procImg_rot_result.bmp.jpg",
         "_centerpoint_result.bmp.jpg", "_ori_result.bmp.jpg",       "_bin_result.bmp.jpg",
