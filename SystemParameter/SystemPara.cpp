@@ -254,7 +254,8 @@ KeyList SystemPara::keysFor(const std::string& section) {
         keys = {{"polarity", intKey(cam_polarity)},
                 {"retryPolarity", intKey(cam_retryPolarity)},
                 {"retryRatios", floatSeqKey(cam_retryRatios)},
-                {"padCrop", intKey(cam_padCrop)}};
+                {"padCrop", intKey(cam_padCrop)},
+                {"refineGrid", intKey(cam_refineGrid)}};
     }
 
     return keys;

@@ -113,6 +113,7 @@ public:
     int cam_retryPolarity = 0;
     std::vector<float> cam_retryRatios;
     int cam_padCrop = 0;
+    int cam_refineGrid = 0;
 
     std::string paramPath;
     // YAML text held in memory; when not empty it is read instead of the file at paramPath.

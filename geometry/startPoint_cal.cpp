@@ -152,6 +152,7 @@ int startPoint_cal::findStartPoint_NCC(float& gap, const cv::Mat& image, cv::Mat
     }
 
     bestCorrelation = 0.0;
+    weakCentre = cv::Point(0, 0);
     const float g0 = gap;
     const float spacings[3] = {g0, g0 - gapDelta, g0 + gapDelta};
     double best = 0.0;
@@ -205,6 +206,7 @@ int startPoint_cal::findStartPoint_NCC(float& gap, const cv::Mat& image, cv::Mat
     }
     bestCorrelation = best;
     if (best >= kMinCorrelation) return init;
+    weakCentre = centre;
     centre = cv::Point(0, 0);
     return -314;
 }

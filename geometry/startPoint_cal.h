@@ -30,6 +30,8 @@ public:
     int layer = 0;
     // Best correlation of the last search, kept for the caller's evidence.
     double bestCorrelation = 0.0;
+    // Where the best match of a search too weak to pass lay: a start for a grid fit.
+    cv::Point weakCentre;
 };
 
 QBCODE_VISIBLE_END

@@ -77,6 +77,7 @@ struct Evidence {
     float angleScore = 0.f;      // projection score of the chosen angle
     double correlation = 0.0;    // best template correlation of the centre search (0..1)
     bool recalibrated = false;   // the centre was found after the extra 30-degree turn
+    bool refined = false;        // the bits were read at the grid fitted to the detected dots
     bool darkDots = false;       // the read took the dots as dark on a light ground
     int tries = 1;               // reads tried (polarity, downsampling ratios)
     double markerRatio = 0.0;    // printed / blank marker count of the chosen orientation

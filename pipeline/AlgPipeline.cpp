@@ -280,10 +280,19 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
     startPoint = std::make_unique<startPoint_cal>(para.get());
     float gap = spacing.gap;
     stages::Centre centre;
+    // A weak centre is still a start for the grid fit, which verification then judges.
+    const bool refining = para->readPara("Camera") >= 0 && para->cam_refineGrid != 0 &&
+                          para->readPara("Verification") >= 0 && para->verify_enabled != 0;
+    int weak = 0;  // -314 when the read goes on from a weak centre
     for (int attempt = 0;; ++attempt) {
         centre = stages::centre(*startPoint, gap, binRot);
         gap = centre.gap;
         evidence.correlation = centre.correlation;
+        if (centre.status == -314 && refining && centre.weak != cv::Point(0, 0)) {
+            weak = centre.status;
+            centre.status = 0;
+            centre.point = centre.weak;
+        }
         if (centre.status < 0) return centre.status;
         if (centre.point != cv::Point(0, 0) || ctpointFlag != 1 || attempt > 0) break;
         rotation->rotate(procRot, procRot, 30.0f);
@@ -304,20 +313,41 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
     if (keepUpright) upright.grey = procRot.clone();  // the tracker binarises procRot
     stages::Decoded decoded = stages::decode(procRot, binRot, gap, centre.point, layer,
                                              doQualityCheck != 0, para.get(), imgName);
-    if (decoded.status < 0) return decoded.status;
+    if (decoded.status < 0 && !refining) return decoded.status;
     took.decode = msSince(t);
 
+    // 7. Verification: the grid must sit on the printed dots. A grid that does not is fitted
+    // to the detected dots and read once more, through the same checks.
+    t = Clock::now();
+    stages::Verified verified;
+    if (decoded.status == 0)
+        verified = stages::verify(decoded, pre, frames, downsampledFrame, regionFrame, uprightFrame,
+                                  region.size(), gap, para.get());
+    // A failure reports what the read without refinement would have said.
+    int failure = weak < 0 ? weak : decoded.status < 0 ? decoded.status : verified.status;
+    if (weak < 0 && decoded.status == 0 && verified.status == 0) failure = 0;
+    if (failure < 0 && refining) {
+        stages::Decoded fitted = stages::refine(
+            procRot, stages::centroidsIn(pre, frames, downsampledFrame, uprightFrame), gap,
+            centre.point, layer, para.get());
+        if (fitted.status == 0) {
+            const stages::Verified again =
+                stages::verify(fitted, pre, frames, downsampledFrame, regionFrame, uprightFrame,
+                               region.size(), gap, para.get());
+            if (again.status == 0 || decoded.status < 0) {
+                decoded = std::move(fitted);
+                verified = again;
+                evidence.refined = true;
+                if (again.status == 0) failure = 0;
+            }
+        }
+    }
+    took.verify = msSince(t);
+    if (decoded.status < 0) return failure;
     evidence.markerRatio = decoded.markerRatio;
     evidence.fill = decoded.fill;
     evidence.fillThreshold = decoded.fillThreshold;
     evidence.boxSide = decoded.boxSide;
-
-    // 7. Verification: the grid must sit on the printed dots.
-    t = Clock::now();
-    const stages::Verified verified =
-        stages::verify(decoded, pre, frames, downsampledFrame, regionFrame, uprightFrame,
-                       region.size(), gap, para.get());
-    took.verify = msSince(t);
     const Grid_verification::Checks& checks = verified.checks;
     result.margin = checks.margin;
     result.checks.blankFill = checks.blankFill;
@@ -327,7 +357,7 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
     result.checks.dotsMissing = checks.dotsMissing;
     result.checks.dotsUnexplained = checks.dotsUnexplained;
     result.checks.residual = checks.residual;
-    if (verified.status < 0) return verified.status;
+    if (failure < 0) return failure;
     result.checks.verified = verified.enabled;
     if (bits != nullptr) {
         const int r = assign_patArr(decoded.bits, bits, count);
@@ -347,8 +377,19 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
                             fit(1, 0) * p.x + fit(1, 1) * p.y + fit(1, 2));
         return toPoint(frames.toInput(q, uprightFrame));
     };
-    const double fitScale = std::sqrt(std::fabs(fit(0, 0) * fit(1, 1) - fit(0, 1) * fit(1, 0)));
-    const double fitTurn = std::atan2(fit(1, 0) - fit(0, 1), fit(0, 0) + fit(1, 1));
+    // Angle and spacing from the ideal grid to where the positions ended up (the same as the
+    // fit unless the grid was refined).
+    cv::Matx23d whole = fit;
+    if (evidence.refined) {
+        std::vector<cv::Point2d> ended;
+        for (const cv::Point2d& p : decoded.points)
+            ended.emplace_back(fit(0, 0) * p.x + fit(0, 1) * p.y + fit(0, 2),
+                               fit(1, 0) * p.x + fit(1, 1) * p.y + fit(1, 2));
+        if (!Grid_verification::fitAffine(decoded.ideal, ended, whole)) whole = fit;
+    }
+    const double fitScale =
+        std::sqrt(std::fabs(whole(0, 0) * whole(1, 1) - whole(0, 1) * whole(1, 0)));
+    const double fitTurn = std::atan2(whole(1, 0) - whole(0, 1), whole(0, 0) + whole(1, 1));
     result.angle = angle + fitTurn * 180.0 / CV_PI;
     result.spacing = gap * fitScale * frames.scaleToInput(uprightFrame);
     const int n = static_cast<int>(decoded.points.size());

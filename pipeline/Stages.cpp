@@ -8,6 +8,7 @@
 
 #include "CodeFormat.h"
 #include "FrameChain.h"
+#include "Grid_refinement.h"
 #include "Hexagon_Dots_tracking.h"
 #include "ImageProcessPipeline.h"
 #include "PatternRotationCalculation.h"
@@ -186,6 +187,7 @@ Centre centre(startPoint_cal& finder, float gap, const cv::Mat& binaryUpright) {
     cv::Mat templ;
     const int r = finder.findStartPoint_NCC(out.gap, binaryUpright, templ, out.point, 0.0);
     out.correlation = finder.bestCorrelation;
+    if (r == -314 && out.correlation > 0.0) out.weak = finder.weakCentre;
     if (r < 0) out.status = r;
     return out;
 }
@@ -213,6 +215,7 @@ Decoded decode(cv::Mat& greyUpright, const cv::Mat& binaryUpright, float gap, cv
     for (int i = 0; i < n; ++i) {
         const double row = grid.at<double>(i, 0), col = grid.at<double>(i, 1);
         out.points.emplace_back(col, row);
+        out.ideal.emplace_back(col, row);
         out.fill.push_back(static_cast<int>(std::min<long long>(
             tracker.countForeground(greyUpright, truncSaturated(row), truncSaturated(col), radius),
             0x7fffffff)));
@@ -223,6 +226,66 @@ Decoded decode(cv::Mat& greyUpright, const cv::Mat& binaryUpright, float gap, cv
     for (int i : qbcode::markerOffPositions())
         off += i < out.bits.cols ? out.bits.at<double>(0, i) : 0.0;
     out.markerRatio = on / (off == 0.0 ? 1.0 : off);
+    return out;
+}
+
+std::vector<cv::Point2d> centroidsIn(const Preprocessed& pre, const FrameChain& frames,
+                                     int downsampled, int frame) {
+    std::vector<cv::Point2d> out;
+    out.reserve(pre.centroids.size());
+    for (const cv::Point2f& c : pre.centroids)
+        out.push_back(frames.map(cv::Point2d(c.x, c.y), downsampled, frame));
+    return out;
+}
+
+Decoded refine(const cv::Mat& greyUpright, const std::vector<cv::Point2d>& centroids, float gap,
+               cv::Point centre, int layer, SystemPara* para) {
+    Decoded out;
+    out.status = -500;
+    Hexagon_Dots_tracking tracker(para, static_cast<double>(gap), centre.x, centre.y, layer, 255.0);
+    if (tracker.Dots_tracking::Initiate() < 0) return out;
+    tracker.Initiate();
+    Grid_refinement::Input in;
+    for (int k = 0; k < 6; ++k) {
+        cv::Mat grid;
+        tracker.pointGenerator->angle = 60.0 * k;
+        tracker.pointGenerator->Run(grid);
+        if (grid.type() != CV_64FC1 || grid.cols < 2) return out;
+        for (int i = 0; i < grid.rows; ++i)
+            in.grids[k].emplace_back(grid.at<double>(i, 1), grid.at<double>(i, 0));
+    }
+    in.layer = layer;
+    in.spacing = gap;
+    in.centroids = centroids;
+    // The tracker's binarisation, on a copy: the caller's image may already be binary.
+    if (!greyUpright.empty() && greyUpright.type() == CV_8UC1)
+        cv::threshold(greyUpright, in.binary, 60.0, 255.0, cv::THRESH_BINARY);
+    Grid_refinement refinement;
+    Grid_refinement::Output fitted;
+    if (!refinement.Run(in, tracker, fitted)) return out;
+
+    const int n = static_cast<int>(fitted.points.size());
+    out.status = 0;
+    out.orientation = fitted.orientation;
+    out.bits = cv::Mat::zeros(1, n, CV_64F);
+    out.boxes = cv::Mat::zeros(n, 4, CV_64F);
+    for (int i = 0; i < n; ++i) {
+        out.bits.at<double>(0, i) = fitted.bits[i];
+        const cv::Point2d& p = fitted.points[i];
+        const double r = (fitted.sides[i] - 1) / 2.0;
+        double* b = out.boxes.ptr<double>(i);
+        b[0] = p.x - r;
+        b[1] = p.y - r;
+        b[2] = p.x + r;
+        b[3] = p.y + r;
+    }
+    out.points = fitted.points;
+    out.ideal = in.grids[fitted.orientation];
+    out.fill = fitted.fill;
+    out.sides = fitted.sides;
+    out.boxSide = n > 0 ? fitted.sides[0] : 0;
+    out.fillThreshold = static_cast<double>(out.boxSide) * out.boxSide * tracker.boxRatio;
+    out.markerRatio = 6.0;  // every marker fits, or no fit is returned
     return out;
 }
 
@@ -239,6 +302,7 @@ Verified verify(const Decoded& decoded, const Preprocessed& pre, const FrameChai
         in.bits.push_back(decoded.bits.at<double>(0, i) > 0.5 ? 1 : 0);
     in.fill = decoded.fill;
     in.boxSide = decoded.boxSide;
+    in.sides = decoded.sides;
     in.fillThreshold = decoded.fillThreshold;
     in.spacing = gap;
     in.keptSize = regionSize;
@@ -247,8 +311,7 @@ Verified verify(const Decoded& decoded, const Preprocessed& pre, const FrameChai
     const cv::Point2d ex = frames.map({1, 0}, uprightFrame, regionFrame) - o;
     const cv::Point2d ey = frames.map({0, 1}, uprightFrame, regionFrame) - o;
     in.toKept = cv::Matx23d(ex.x, ey.x, o.x, ex.y, ey.y, o.y);
-    for (const cv::Point2f& c : pre.centroids)
-        in.centroids.push_back(frames.map(cv::Point2d(c.x, c.y), downsampled, uprightFrame));
+    in.centroids = centroidsIn(pre, frames, downsampled, uprightFrame);
     out.status = verification.Run(in, out.checks);
     out.enabled = verification.enabled != 0;
     return out;

@@ -69,6 +69,7 @@ struct Centre {
     cv::Point point;  // (0, 0) when none was found
     float gap = 0.f;  // refined by the template that matched best
     double correlation = 0.0;
+    cv::Point weak;  // the best place of a search too weak to pass (-314)
 };
 Centre centre(startPoint_cal& finder, float gap, const cv::Mat& binaryUpright);
 
@@ -81,11 +82,23 @@ struct Decoded {
     std::vector<int> fill;            // foreground pixels in each box
     double fillThreshold = 0.0;
     int boxSide = 0;
+    std::vector<int> sides;  // per box, where boxes follow the local spacing
     double markerRatio = 0.0;
+    // The ideal grid of the chosen orientation: equal to points unless the grid was refined.
+    std::vector<cv::Point2d> ideal;
 };
 // Binarises greyUpright in place, as the tracker does.
 Decoded decode(cv::Mat& greyUpright, const cv::Mat& binaryUpright, float gap, cv::Point centre,
                int layer, bool quality, SystemPara* para, const std::string& imgName);
+
+// Detected dots carried from the downsampled frame into another frame of the chain.
+std::vector<cv::Point2d> centroidsIn(const Preprocessed& pre, const FrameChain& frames,
+                                     int downsampled, int frame);
+
+// The grid fitted to the detected dots (affine, then a homography) and sampled again; for
+// tilted prints and centres a grid step off. Status -500 when no fit has its markers.
+Decoded refine(const cv::Mat& greyUpright, const std::vector<cv::Point2d>& centroids, float gap,
+               cv::Point centre, int layer, SystemPara* para);
 
 struct Verified {
     int status = 0;

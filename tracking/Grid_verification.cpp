@@ -27,9 +27,15 @@ int nearestOf(const cv::Point2d& p, const std::vector<cv::Point2d>& set) {
     return best;
 }
 
-// Least-squares affine map from -> to; false when the points do not fix one.
-bool fitAffine(const std::vector<cv::Point2d>& from, const std::vector<cv::Point2d>& to,
-               cv::Matx23d& fit) {
+cv::Point2d apply(const cv::Matx23d& m, const cv::Point2d& p) {
+    return cv::Point2d(m(0, 0) * p.x + m(0, 1) * p.y + m(0, 2),
+                       m(1, 0) * p.x + m(1, 1) * p.y + m(1, 2));
+}
+
+}  // namespace
+
+bool Grid_verification::fitAffine(const std::vector<cv::Point2d>& from,
+                                  const std::vector<cv::Point2d>& to, cv::Matx23d& fit) {
     const int n = static_cast<int>(from.size());
     if (n < 3) return false;
     cv::Mat a(n, 3, CV_64F), b(n, 2, CV_64F);
@@ -47,13 +53,6 @@ bool fitAffine(const std::vector<cv::Point2d>& from, const std::vector<cv::Point
     const double det = fit(0, 0) * fit(1, 1) - fit(0, 1) * fit(1, 0);
     return std::isfinite(det) && std::fabs(det) > 1e-9;
 }
-
-cv::Point2d apply(const cv::Matx23d& m, const cv::Point2d& p) {
-    return cv::Point2d(m(0, 0) * p.x + m(0, 1) * p.y + m(0, 2),
-                       m(1, 0) * p.x + m(1, 1) * p.y + m(1, 2));
-}
-
-}  // namespace
 
 int Grid_verification::Initiate() {
     enabled = 0;
@@ -74,18 +73,23 @@ int Grid_verification::Initiate() {
 int Grid_verification::Run(const Input& in, Checks& out) const {
     out = Checks();
     const int n = static_cast<int>(std::min(in.grid.size(), in.bits.size()));
-    const double area = static_cast<double>(in.boxSide) * in.boxSide;
+    auto area = [&](int i) {
+        const int side = i >= 0 && i < static_cast<int>(in.sides.size()) ? in.sides[i] : in.boxSide;
+        return static_cast<double>(side) * side;
+    };
+    // The decision threshold scales with the box: fillThreshold is the one of boxSide (area(-1)).
+    const double ratio = area(-1) > 0.0 ? in.fillThreshold / area(-1) : 0.0;
 
     for (int i : qbcode::markerOnPositions()) out.markersMatched += i < n && in.bits[i] == 1;
     for (int i : qbcode::markerOffPositions()) out.markersMatched += i < n && in.bits[i] == 0;
 
     out.margin = std::numeric_limits<double>::infinity();
     for (int i = 0; i < n && i < static_cast<int>(in.fill.size()); ++i) {
-        if (in.bits[i] == 0 && area > 0.0)
-            out.blankFill = std::max(out.blankFill, in.fill[i] / area);
-        if (in.fillThreshold > 0.0)
-            out.margin =
-                std::min(out.margin, std::fabs(in.fill[i] - in.fillThreshold) / in.fillThreshold);
+        if (in.bits[i] == 0 && area(i) > 0.0)
+            out.blankFill = std::max(out.blankFill, in.fill[i] / area(i));
+        const double threshold = in.sides.empty() ? in.fillThreshold : ratio * area(i);
+        if (threshold > 0.0)
+            out.margin = std::min(out.margin, std::fabs(in.fill[i] - threshold) / threshold);
     }
     if (!std::isfinite(out.margin)) out.margin = 0.0;
 

@@ -18,8 +18,9 @@ public:
     struct Input {
         std::vector<cv::Point2d> grid;  // positions (x, y) in the upright frame, bit order
         std::vector<int> bits;
-        std::vector<int> fill;  // foreground pixels in each position's box
-        int boxSide = 0;        // the box's side; its half is the sampling radius
+        std::vector<int> fill;   // foreground pixels in each position's box
+        int boxSide = 0;         // the box's side; its half is the sampling radius
+        std::vector<int> sides;  // per position, where boxes follow the local spacing
         double fillThreshold = 0.0;
         double spacing = 0.0;  // upright pixels
         // Upright frame -> the frame the upright turn read from: inside [0, keptSize) a
@@ -47,6 +48,10 @@ public:
     // check's status (-511 outside, -512 markers, -510 blank filled, -513 missing, -515 a dot on
     // a blank position, -514 residual).
     int Run(const Input& in, Checks& out) const;
+
+    // Least-squares affine map from -> to; false when the points do not fix one.
+    static bool fitAffine(const std::vector<cv::Point2d>& from, const std::vector<cv::Point2d>& to,
+                          cv::Matx23d& fit);
 
     SystemPara* sysPara;
     int enabled = 0;
