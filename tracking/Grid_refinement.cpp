@@ -29,15 +29,18 @@ int nearestOf(const cv::Point2d& p, const std::vector<cv::Point2d>& set, int lim
 }
 
 // Positions [0, count) of `pred` paired with the detected dots: mutual nearest neighbours within
-// the radius. A dot nearer to a position outside the range is left to that position.
-void match(const std::vector<cv::Point2d>& pred, int count, const std::vector<cv::Point2d>& dots,
-           double radius, std::vector<int>& positions, std::vector<cv::Point2d>& matched) {
+// the radius, scaled by each position's local scale. A dot nearer to a position outside the
+// range is left to that position.
+void match(const std::vector<cv::Point2d>& pred, const std::vector<double>& scale, int count,
+           const std::vector<cv::Point2d>& dots, double radius, std::vector<int>& positions,
+           std::vector<cv::Point2d>& matched) {
     positions.clear();
     matched.clear();
     const int all = static_cast<int>(pred.size());
     for (int i = 0; i < count; ++i) {
         const int j = nearestOf(pred[i], dots, static_cast<int>(dots.size()));
-        if (j < 0 || dist2(pred[i], dots[j]) > radius * radius) continue;
+        const double r = radius * scale[i];
+        if (j < 0 || dist2(pred[i], dots[j]) > r * r) continue;
         if (nearestOf(dots[j], pred, all) != i) continue;
         positions.push_back(i);
         matched.push_back(dots[j]);
@@ -81,6 +84,14 @@ cv::Point2d voteTranslation(const std::vector<cv::Point2d>& grid, int count,
     return best;
 }
 
+// How much the fit enlarges lengths at g: the square root of its Jacobian's determinant.
+double localScale(const cv::Matx33d& fit, const cv::Point2d& g) {
+    const cv::Point2d p = Grid_refinement::apply(fit, g);
+    const cv::Point2d ex = Grid_refinement::apply(fit, g + cv::Point2d(1, 0)) - p;
+    const cv::Point2d ey = Grid_refinement::apply(fit, g + cv::Point2d(0, 1)) - p;
+    return std::sqrt(std::fabs(ex.x * ey.y - ex.y * ey.x));
+}
+
 // The bits of every orientation at the fitted grid moved by `shift` (ideal-grid pixels), each
 // box sized to the local spacing. True when the markers fit at exactly one orientation.
 bool sample(const Grid_refinement::Input& in, const cv::Matx33d& fit, const cv::Point2d& shift,
@@ -93,10 +104,7 @@ bool sample(const Grid_refinement::Input& in, const cv::Matx33d& fit, const cv::
         for (int i = 0; i < n; ++i) {
             const cv::Point2d g = in.grids[k][i] + shift;
             points[i] = Grid_refinement::apply(fit, g);
-            const cv::Point2d ex = Grid_refinement::apply(fit, g + cv::Point2d(1, 0)) - points[i];
-            const cv::Point2d ey = Grid_refinement::apply(fit, g + cv::Point2d(0, 1)) - points[i];
-            const double scale = std::sqrt(std::fabs(ex.x * ey.y - ex.y * ey.x));
-            const int r = static_cast<int>(sampler.setBoxRadius(in.spacing * scale));
+            const int r = static_cast<int>(sampler.setBoxRadius(in.spacing * localScale(fit, g)));
             const bool inRange = std::fabs(points[i].x) < 1e6 && std::fabs(points[i].y) < 1e6;
             const long long count =
                 inRange
@@ -191,35 +199,47 @@ bool Grid_refinement::Run(const Input& in, Dots_tracking& sampler, Output& out) 
     cv::Matx33d fit(1, 0, voted.x, 0, 1, voted.y, 0, 0, 1);
     std::vector<int> positions;
     std::vector<cv::Point2d> matched, from, pred(n);
+    std::vector<double> scale(n, 1.0);
     auto predict = [&](const cv::Matx33d& h, const cv::Point2d& shift) {
-        for (int i = 0; i < n; ++i) pred[i] = apply(h, grid[i] + shift);
+        for (int i = 0; i < n; ++i) {
+            pred[i] = apply(h, grid[i] + shift);
+            scale[i] = localScale(h, grid[i] + shift);
+        }
     };
     predict(fit, {0, 0});
-    for (int rings = 2; rings <= std::max(in.layer, 2); ++rings) {
-        match(pred, std::min(n, positionsWithin(rings)), in.centroids, innerRadius * in.spacing,
-              positions, matched);
-        from.clear();
-        for (int i : positions) from.push_back(grid[i]);
-        cv::Matx23d affine;
-        cv::Matx33d h;
-        if (rings >= 3 && from.size() >= 8 && fitHomography(from, matched, h))
-            fit = h;
-        else if (from.size() >= 4 && Grid_verification::fitAffine(from, matched, affine))
-            fit = fromAffine(affine);
-        else
-            break;
-        predict(fit, {0, 0});
-    }
+    auto grow = [&] {
+        bool lost = false;
+        for (int rings = 2; rings <= std::max(in.layer, 2) && !lost; ++rings)
+            for (int pass = 0; pass < 2 && !lost; ++pass) {
+                match(pred, scale, std::min(n, positionsWithin(rings)), in.centroids,
+                      innerRadius * in.spacing, positions, matched);
+                from.clear();
+                for (int i : positions) from.push_back(grid[i]);
+                cv::Matx23d affine;
+                cv::Matx33d h;
+                if (rings >= 3 && from.size() >= 8 && fitHomography(from, matched, h))
+                    fit = h;
+                else if (from.size() >= 4 && Grid_verification::fitAffine(from, matched, affine))
+                    fit = fromAffine(affine);
+                else
+                    lost = true;
+                predict(fit, {0, 0});
+            }
+    };
+    grow();
     auto refit = [&] {
-        for (double r : radii) {
-            match(pred, n, in.centroids, r * in.spacing, positions, matched);
-            from.clear();
-            for (int i : positions) from.push_back(grid[i]);
-            cv::Matx33d h;
-            if (from.size() < 8 || !fitHomography(from, matched, h)) break;
-            fit = h;
-            predict(fit, {0, 0});
-        }
+        for (double r : radii)
+            for (size_t last = 0, pass = 0; pass < 3; ++pass) {
+                match(pred, scale, n, in.centroids, r * in.spacing, positions, matched);
+                if (positions.size() <= last) break;
+                last = positions.size();
+                from.clear();
+                for (int i : positions) from.push_back(grid[i]);
+                cv::Matx33d h;
+                if (from.size() < 8 || !fitHomography(from, matched, h)) return;
+                fit = h;
+                predict(fit, {0, 0});
+            }
     };
     refit();
 
@@ -236,7 +256,7 @@ bool Grid_refinement::Run(const Input& in, Dots_tracking& sampler, Output& out) 
                 const cv::Point2d shift = a * i + b * j;
                 if (shift.dot(shift) > limit) continue;
                 predict(fit, shift);
-                match(pred, n, in.centroids, radii.back() * in.spacing, positions, matched);
+                match(pred, scale, n, in.centroids, radii.back() * in.spacing, positions, matched);
                 shifts.emplace_back(static_cast<int>(positions.size()), shift);
             }
         std::stable_sort(shifts.begin(), shifts.end(),
@@ -248,6 +268,7 @@ bool Grid_refinement::Run(const Input& in, Dots_tracking& sampler, Output& out) 
         if (round > 0 && best == cv::Point2d(0, 0)) break;
         fit = fit * cv::Matx33d(1, 0, best.x, 0, 1, best.y, 0, 0, 1);
         predict(fit, {0, 0});
+        grow();
         refit();
     }
     score(2);
