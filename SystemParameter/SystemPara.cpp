@@ -255,7 +255,8 @@ KeyList SystemPara::keysFor(const std::string& section) {
                 {"retryPolarity", intKey(cam_retryPolarity)},
                 {"retryRatios", floatSeqKey(cam_retryRatios)},
                 {"padCrop", intKey(cam_padCrop)},
-                {"refineGrid", intKey(cam_refineGrid)}};
+                {"refineGrid", intKey(cam_refineGrid)},
+                {"spacingRange", floatSeqKey(cam_spacingRange)}};
     }
 
     return keys;

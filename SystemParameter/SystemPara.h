@@ -114,6 +114,7 @@ public:
     std::vector<float> cam_retryRatios;
     int cam_padCrop = 0;
     int cam_refineGrid = 0;
+    std::vector<float> cam_spacingRange;  // downsampled px; empty: no size rule
 
     std::string paramPath;
     // YAML text held in memory; when not empty it is read instead of the file at paramPath.

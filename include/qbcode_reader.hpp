@@ -80,6 +80,7 @@ struct Evidence {
     bool refined = false;        // the bits were read at the grid fitted to the detected dots
     bool darkDots = false;       // the read took the dots as dark on a light ground
     int tries = 1;               // reads tried (polarity, downsampling ratios)
+    double ratio = 0.0;          // the downsampling ratio of the read returned
     double markerRatio = 0.0;    // printed / blank marker count of the chosen orientation
     int boxSide = 0;             // side of the sampling box, in upright pixels
     std::vector<int> fill;       // foreground pixels in each position's box, in bit order

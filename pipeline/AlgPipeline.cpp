@@ -1,5 +1,6 @@
 #include "AlgPipeline.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <limits>
@@ -25,6 +26,9 @@ int truncToInt(float v) {
 }
 
 using Clock = std::chrono::steady_clock;
+
+// The size rule chooses ratios in this range: below it a code of any size is a few pixels wide.
+const double kLowestRatio = 0.2;
 
 double msSince(Clock::time_point t) {
     return std::chrono::duration<double, std::milli>(Clock::now() - t).count();
@@ -152,6 +156,10 @@ int AlgPipeline::runPolicy(const cv::Mat& image, const std::string& imgName, boo
             tries.push_back({dark, static_cast<double>(para->cam_retryRatios[k])});
     }
 
+    const std::vector<float>& range = para->cam_spacingRange;
+    const bool sizeRule =
+        camera && guarded && range.size() == 2 && range[0] > 0.f && range[1] > range[0];
+
     int status = 0;
     qbcode::Result first;
     cv::Rect firstRegion;
@@ -162,10 +170,23 @@ int AlgPipeline::runPolicy(const cv::Mat& image, const std::string& imgName, boo
         para->DnRatio = tries[k].ratio;
         dnRatio = tries[k].ratio;
         if (k > 0) result = qbcode::Result();
+        sizeRuleArmed = sizeRule && k == 0;
+        resizeTo = 0.0;
         status = runStages(input, imgName, keepUpright, bits, count, start0);
+        if (resizeTo > 0.0) {
+            // The first read would have failed on its dot size: it is read at the ratio that
+            // fits, and the polarity retry takes that ratio too.
+            for (Try& later : tries)
+                if (later.ratio == ratio) later.ratio = resizeTo;
+            para->DnRatio = dnRatio = resizeTo;
+            sizeRuleArmed = false;
+            result = qbcode::Result();
+            status = runStages(input, imgName, keepUpright, bits, count, start0);
+        }
         result.status = status;
         result.evidence.darkDots = tries[k].dark;
         result.evidence.tries = static_cast<int>(k + 1);
+        result.evidence.ratio = dnRatio;
         if (status == 0) return status;
         if (k == 0) {
             first = result;
@@ -208,6 +229,17 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
     if (pre.status < 0) {
         sink.preprocessFailed(pre.status);
         return pre.status;
+    }
+    if (sizeRuleArmed) {
+        const double spacing = stages::blobSpacing(pre.centroids);
+        const double lo = para->cam_spacingRange[0], hi = para->cam_spacingRange[1];
+        if (spacing > 0.0 && (spacing < lo || spacing > hi)) {
+            const double to = std::clamp(dnRatio * std::sqrt(lo * hi) / spacing, kLowestRatio, 1.0);
+            if (std::fabs(to - dnRatio) > 0.05) {
+                resizeTo = to;
+                return QBCODE_NO_RESULT;
+            }
+        }
     }
     sink.preprocessed(pre.input, pre.processed, pre.binary, start0);
     frames.crop(pre.preCrop);

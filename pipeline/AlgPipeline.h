@@ -98,6 +98,10 @@ private:
     int runStages(const cv::Mat& input, const std::string& imgName, bool keepUpright, int* bits,
                   int count, clock_t start0);
     bool regionFound = false;
+    // The size rule: while armed, a read whose dots are spaced outside the Camera section's
+    // range stops after pre-processing and names the ratio that brings them inside.
+    bool sizeRuleArmed = false;
+    double resizeTo = 0.0;
     std::unique_ptr<SystemPara> record;  // given at construction; copied into para per run
 };
 

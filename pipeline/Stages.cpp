@@ -49,6 +49,26 @@ bool looksDark(const cv::Mat& image) {
     return percentile(0.5) > 0.5 * (percentile(0.01) + percentile(0.99));
 }
 
+double blobSpacing(const std::vector<cv::Point2f>& centroids) {
+    const size_t n = centroids.size();
+    if (n < 2) return 0.0;
+    // Sorted by x, a neighbour search stops once x alone is farther than the best so far.
+    std::vector<cv::Point2f> p = centroids;
+    std::sort(p.begin(), p.end(), [](const cv::Point2f& a, const cv::Point2f& b) {
+        return a.x < b.x || (a.x == b.x && a.y < b.y);
+    });
+    std::vector<double> nearest(n, std::numeric_limits<double>::infinity());
+    for (size_t i = 0; i < n; ++i) {
+        double& best = nearest[i];
+        for (size_t j = i + 1; j < n && p[j].x - p[i].x < best; ++j)
+            best = std::min<double>(best, std::hypot(p[j].x - p[i].x, p[j].y - p[i].y));
+        for (size_t j = i; j-- > 0 && p[i].x - p[j].x < best;)
+            best = std::min<double>(best, std::hypot(p[j].x - p[i].x, p[j].y - p[i].y));
+    }
+    std::nth_element(nearest.begin(), nearest.begin() + n / 2, nearest.end());
+    return nearest[n / 2];
+}
+
 cv::Point padForTurn(cv::Size crop) {
     const int side = static_cast<int>(std::ceil(std::hypot(crop.width, crop.height)));
     return cv::Point((side - crop.width + 1) / 2, (side - crop.height + 1) / 2);

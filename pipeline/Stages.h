@@ -20,6 +20,9 @@ namespace stages {
 // Dark dots on a light ground, judged on a subsampled frame: the median lies nearer the bright
 // end than the dark one.
 bool looksDark(const cv::Mat& image);
+// Median distance from each detected dot to its nearest neighbour: the dot spacing of a frame
+// that shows mostly a code. 0 for fewer than two dots.
+double blobSpacing(const std::vector<cv::Point2f>& centroids);
 // Border (x, y) that makes a crop square with its diagonal as side.
 cv::Point padForTurn(cv::Size crop);
 

@@ -74,6 +74,16 @@ py::dict checksOf(const qbcode::Result& r) {
     return d;
 }
 
+// How the read was made: the tries, their ratio and polarity, and whether the grid was refitted.
+py::dict howOf(const qbcode::Result& r) {
+    py::dict d;
+    d["tries"] = r.evidence.tries;
+    d["ratio"] = r.evidence.ratio;
+    d["dark_dots"] = r.evidence.darkDots;
+    d["refined"] = r.evidence.refined;
+    return d;
+}
+
 py::dict timingsOf(const qbcode::Result& r) {
     const qbcode::Timings& t = r.timings;
     py::dict d;
@@ -200,6 +210,7 @@ PYBIND11_MODULE(qbcode, m) {
                                })
         .def_readonly("margin", &qbcode::Result::margin)
         .def_property_readonly("checks", &checksOf)
+        .def_property_readonly("how", &howOf)
         .def_property_readonly("timings", &timingsOf, "milliseconds")
         .def("__bool__", &qbcode::Result::valid)
         .def("__repr__", [](const qbcode::Result& r) {

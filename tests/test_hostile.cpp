@@ -349,7 +349,7 @@ const std::vector<ImageCase> kImages = {
     {"checker_4", 480, 640, [] { return checker(4); }, -141},
     {"checker_16", 480, 640, [] { return checker(16); }, -143},
     {"checker_64", 480, 640, [] { return checker(64); }, -314},
-    {"tiny_dots_600", 480, 640, [] { return dots(600, 2, false); }, -314},
+    {"tiny_dots_600", 480, 640, [] { return dots(600, 2, false); }, -141},
     {"square_lattice", 480, 640, [] { return dots(300, 5, true); }, -314},
     {"code", 480, 640, [] { return codeFrame(); }, 0},
     {"code_turned_37", 480, 640, [] { return codeFrame(37.0); }, 0},

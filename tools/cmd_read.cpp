@@ -167,6 +167,10 @@ void printJson(const Result& r, bool timed, bool last) {
               << ", \"dots_unexplained\": " << c.dotsUnexplained << ", \"residual\": " << c.residual
               << ", \"correlation\": " << q.evidence.correlation
               << ", \"marker_ratio\": " << q.evidence.markerRatio << "}";
+    std::cout << ", \"how\": {\"tries\": " << q.evidence.tries
+              << ", \"ratio\": " << q.evidence.ratio
+              << ", \"dark_dots\": " << (q.evidence.darkDots ? "true" : "false")
+              << ", \"refined\": " << (q.evidence.refined ? "true" : "false") << "}";
     std::cout << ", \"ms\": " << r.ms;
     if (timed) {
         const qbcode::Timings& t = q.timings;

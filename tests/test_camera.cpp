@@ -1,0 +1,64 @@
+// What the shipped "Camera" section does with what ordinary cameras show: either polarity, large
+// dots and tilted prints are read in one try where they can be, and exactly.
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "SystemPara.h"
+#include "qbcode_reader.hpp"
+#include "qbcode_render.h"
+
+namespace {
+
+struct Case {
+    const char* name;
+    double spacing;
+    cv::Size size;
+    double tiltDeg;
+    bool dark;     // dark dots on a light ground
+    bool smaller;  // read at a ratio below the configured one (the size rule)
+    bool refined;  // read at the grid fitted to the dots
+};
+
+void PrintTo(const Case& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class Camera : public ::testing::TestWithParam<Case> {};
+
+TEST_P(Camera, ReadsInOneTryWithTheRightPolarityRatioAndGrid) {
+    const Case& c = GetParam();
+    const std::vector<int> bits = qbrender::randomBits(17);
+    qbrender::CodeStyle style;
+    style.spacing = c.spacing;
+    style.dotDiameter = 0.6 * c.spacing;
+    style.rotationDeg = 23.0;
+    style.size = c.size;
+    qbrender::CameraOptions camera;
+    camera.tiltDeg = c.tiltDeg;
+    camera.tiltAxisDeg = 30.0;
+    camera.blurSigma = 0.8;
+    camera.noiseSigma = 3.0;
+    cv::Mat img = qbrender::renderCamera(bits, style, camera);
+    if (c.dark) img = 255 - img;
+
+    const qbcode::ReaderOptions options;
+    const qbcode::Result r = qbcode::read(qbcode::ImageView(img.data, img.rows, img.cols), options);
+    ASSERT_EQ(r.status, 0) << r.statusName();
+    EXPECT_EQ(r.bits, bits);
+    EXPECT_EQ(r.evidence.tries, 1);
+    EXPECT_EQ(r.evidence.darkDots, c.dark);
+    EXPECT_EQ(r.evidence.ratio < options.params().DnRatio, c.smaller);
+    EXPECT_EQ(r.evidence.refined, c.refined);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Views, Camera,
+    ::testing::Values(Case{"bright_dots", 22, {640, 480}, 0, false, false, false},
+                      Case{"dark_dots", 22, {640, 480}, 0, true, false, false},
+                      Case{"large_dots_1280x960", 56, {1280, 960}, 0, false, true, false},
+                      Case{"tilted_35deg_dark", 20, {640, 480}, 35, true, false, true}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
