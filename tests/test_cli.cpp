@@ -239,6 +239,24 @@ TEST_F(ReadCommand, FailuresSetTheExitStatus) {
     EXPECT_NE(o.err.find("cannot read parameter file"), std::string::npos);
 }
 
+// --all lists every code of a frame; a frame without one fails.
+TEST_F(ReadCommand, AllCodesOfAFrame) {
+    const cv::Mat one = cv::imread(image, cv::IMREAD_GRAYSCALE);
+    cv::Mat two;
+    cv::hconcat(one, one, two);
+    const std::string pair = tmpPath("cli_pair_" + std::to_string(getpid()) + ".png");
+    cv::imwrite(pair, two);
+    Outcome o = run(cmdRead, {pair, "--all", "--params", params});
+    EXPECT_EQ(o.status, 0) << o.err;
+    EXPECT_EQ(o.out.rfind(pair + ": 2 code(s) in ", 0), 0u) << o.out;
+    EXPECT_NE(o.out.find(pair + " [1]: 0 ok\n  bits: " + bitsOf(code())), std::string::npos);
+    o = run(cmdRead, {pair, "--all", "1", "--json", "--params", params});
+    EXPECT_NE(o.out.find("\"codes\": [{\"index\": 0, \"status\": 0"), std::string::npos);
+    EXPECT_EQ(o.out.find("\"index\": 1"), std::string::npos);
+    std::remove(pair.c_str());
+    EXPECT_EQ(run(cmdRead, {image, "--all", "0"}).status, 2);
+}
+
 TEST_F(ReadCommand, PrefersTheParameterFileInTheWorkingDirectory) {
     char here[4096];
     ASSERT_NE(getcwd(here, sizeof(here)), nullptr);

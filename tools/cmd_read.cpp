@@ -1,5 +1,7 @@
 // qbcode read: decodes image files and prints status, bits and box per image.
 #include <algorithm>
+#include <cctype>
+#include <cstdlib>
 #include <chrono>
 #include <cstdint>
 #include <iomanip>
@@ -20,21 +22,23 @@
 namespace readcmd {
 
 const char kUsage[] =
-    "usage: qbcode read IMAGE... [--params FILE] [--json] [--debug] [--overlay PATH]\n"
+    "usage: qbcode read IMAGE... [--params FILE] [--all [N]] [--json] [--debug] [--overlay PATH]\n"
     "  IMAGE           an image file; - reads one from standard input\n"
     "  --params FILE   parameter file (default: ./algorithm_parameters_v01.yml if present,\n"
     "                  else the installed one, else the defaults built in)\n"
+    "  --all [N]       every code in the image, largest cluster first, at most N (default 16)\n"
     "  --json          one JSON array with an object per image\n"
     "  --debug         also report the stage timings\n"
     "  --overlay PATH  write the input image with the code's box, centre and corners marked\n"
     "                  (with several images, PATH gets the image's index before its extension)\n"
-    "exit status: 0 when every image was read, 1 when one was not, 2 for bad arguments\n";
+    "exit status: 0 when every image was read (with --all: had a code), 1 when one was not,\n"
+    "2 for bad arguments\n";
 
 struct Result {
     std::string image;
     bool loaded = false;
-    qbcode::Result read;
-    double ms = 0.0;  // wall time of the recognition call
+    std::vector<qbcode::Result> reads;  // one, or with --all every code found
+    double ms = 0.0;                    // wall time of the recognition call
 };
 
 // The free positions of a decoded code as hex bytes, first byte first. The last byte of 73 free
@@ -80,11 +84,13 @@ std::string pointJson(const qbcode::Point& p) {
     return o.str();
 }
 
-// The input in colour with the box, the centre and the corner dots of a read code.
-bool writeOverlay(const std::string& path, const cv::Mat& grey, const qbcode::Result& q) {
+// The input in colour with the box, the centre and the corner dots of each read code.
+bool writeOverlay(const std::string& path, const cv::Mat& grey,
+                  const std::vector<qbcode::Result>& reads) {
     cv::Mat out;
     cv::cvtColor(grey, out, cv::COLOR_GRAY2BGR);
-    if (q.valid()) {
+    for (const qbcode::Result& q : reads) {
+        if (!q.valid()) continue;
         cv::rectangle(out, cv::Rect(q.box[0], q.box[1], q.box[2], q.box[3]),
                       cv::Scalar(0, 200, 255), 1);
         const int shift = 4;  // sub-pixel drawing
@@ -115,13 +121,9 @@ std::string indexedPath(const std::string& path, size_t index, size_t count) {
     return path.substr(0, at) + "_" + std::to_string(index) + path.substr(at);
 }
 
-void printText(const Result& r, bool timed) {
-    if (!r.loaded) {
-        std::cout << r.image << ": cannot read image" << std::endl;
-        return;
-    }
-    const qbcode::Result& q = r.read;
-    std::cout << r.image << ": " << q.status << ' ' << q.statusName() << std::endl;
+// One code's lines; the call's time, when given, before the stage timings.
+void printCode(const std::string& label, const qbcode::Result& q, bool timed, const double* ms) {
+    std::cout << label << ": " << q.status << ' ' << q.statusName() << std::endl;
     if (q.valid()) {
         std::cout << "  bits: " << bitString(q.bits) << std::endl;
         std::cout << "  payload: " << payloadHex(q.bits) << std::endl;
@@ -131,7 +133,7 @@ void printText(const Result& r, bool timed) {
                   << "  spacing: " << q.spacing << std::endl;
         std::cout << "  margin: " << q.margin << std::endl;
     }
-    std::cout << "  time: " << r.ms << " ms" << std::endl;
+    if (ms != nullptr) std::cout << "  time: " << *ms << " ms" << std::endl;
     if (timed) {
         const qbcode::Timings& t = q.timings;
         std::cout << "  timings ms: preprocess " << t.preprocess << ", roi " << t.region
@@ -140,13 +142,23 @@ void printText(const Result& r, bool timed) {
     }
 }
 
-void printJson(const Result& r, bool timed, bool last) {
-    std::cout << "  {\"image\": " << jsonString(r.image);
+void printText(const Result& r, bool all, bool timed) {
     if (!r.loaded) {
-        std::cout << ", \"error\": \"cannot read image\"}" << (last ? "" : ",") << std::endl;
+        std::cout << r.image << ": cannot read image" << std::endl;
         return;
     }
-    const qbcode::Result& q = r.read;
+    if (!all) {
+        printCode(r.image, r.reads.front(), timed, &r.ms);
+        return;
+    }
+    std::cout << r.image << ": " << r.reads.size() << " code(s) in " << r.ms << " ms" << std::endl;
+    for (size_t k = 0; k < r.reads.size(); ++k)
+        printCode(r.image + " [" + std::to_string(k) + "]", r.reads[k], timed, nullptr);
+}
+
+// The fields of one code, after the opening brace's first field; the call's time, when given,
+// before the stage timings.
+void printCodeJson(const qbcode::Result& q, bool timed, const double* ms) {
     std::cout << ", \"status\": " << q.status << ", \"name\": " << jsonString(q.statusName());
     if (q.valid()) {
         std::cout << ", \"bits\": \"" << bitString(q.bits) << "\", \"payload\": \""
@@ -171,13 +183,32 @@ void printJson(const Result& r, bool timed, bool last) {
               << ", \"ratio\": " << q.evidence.ratio
               << ", \"dark_dots\": " << (q.evidence.darkDots ? "true" : "false")
               << ", \"refined\": " << (q.evidence.refined ? "true" : "false") << "}";
-    std::cout << ", \"ms\": " << r.ms;
+    if (ms != nullptr) std::cout << ", \"ms\": " << *ms;
     if (timed) {
         const qbcode::Timings& t = q.timings;
         std::cout << ", \"timings_ms\": {\"preprocess\": " << t.preprocess
                   << ", \"roi\": " << t.region << ", \"angle\": " << t.angle
                   << ", \"spacing\": " << t.spacing << ", \"centre\": " << t.centre
                   << ", \"decode\": " << t.decode << "}";
+    }
+}
+
+void printJson(const Result& r, bool all, bool timed, bool last) {
+    std::cout << "  {\"image\": " << jsonString(r.image);
+    if (!r.loaded) {
+        std::cout << ", \"error\": \"cannot read image\"}" << (last ? "" : ",") << std::endl;
+        return;
+    }
+    if (all) {
+        std::cout << ", \"codes\": [";
+        for (size_t k = 0; k < r.reads.size(); ++k) {
+            std::cout << (k ? ", {" : "{") << "\"index\": " << k;
+            printCodeJson(r.reads[k], timed, nullptr);
+            std::cout << "}";
+        }
+        std::cout << "], \"ms\": " << r.ms;
+    } else {
+        printCodeJson(r.reads.front(), timed, &r.ms);
     }
     std::cout << "}" << (last ? "" : ",") << std::endl;
 }
@@ -194,7 +225,8 @@ int cmdRead(int argc, char** argv) {
     using namespace readcmd;
     std::vector<std::string> images;
     std::string params;
-    bool json = false, debug = false;
+    bool json = false, debug = false, all = false;
+    int most = 16;
     std::string overlay;
     for (int i = 2; i < argc; ++i) {
         const std::string a = argv[i];
@@ -204,6 +236,12 @@ int cmdRead(int argc, char** argv) {
         } else if (a == "--overlay") {
             if (i + 1 >= argc) return usageError("--overlay needs a path");
             overlay = argv[++i];
+        } else if (a == "--all") {
+            all = true;
+            if (i + 1 < argc && std::isdigit(static_cast<unsigned char>(argv[i + 1][0]))) {
+                most = std::atoi(argv[++i]);
+                if (most < 1 || most > 1000) return usageError("--all takes 1 to 1000 codes");
+            }
         } else if (a == "--json") {
             json = true;
         } else if (a == "--debug") {
@@ -246,21 +284,24 @@ int cmdRead(int argc, char** argv) {
         r.loaded = !img.empty();
         if (r.loaded) {
             const auto t0 = std::chrono::steady_clock::now();
-            r.read =
-                qbcode::read(qbcode::ImageView(img.data, img.rows, img.cols, img.step), options);
+            const qbcode::ImageView view(img.data, img.rows, img.cols, img.step);
+            if (all)
+                r.reads = qbcode::readAll(view, options, most);
+            else
+                r.reads.push_back(qbcode::read(view, options));
             r.ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0)
                        .count();
         }
         if (r.loaded && !overlay.empty()) {
             const std::string path = indexedPath(overlay, k, images.size());
-            if (!writeOverlay(path, img, r.read))
+            if (!writeOverlay(path, img, r.reads))
                 std::cerr << "qbcode read: cannot write " << path << std::endl;
         }
-        allRead = allRead && r.loaded && r.read.valid();
+        allRead = allRead && r.loaded && !r.reads.empty() && r.reads.front().valid();
         if (json)
-            printJson(r, debug, k + 1 == images.size());
+            printJson(r, all, debug, k + 1 == images.size());
         else
-            printText(r, debug);
+            printText(r, all, debug);
     }
     if (json) std::cout << "]" << std::endl;
     return allRead ? 0 : 1;
