@@ -249,6 +249,8 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
     t = Clock::now();
     const clock_t start1 = clock();
     stages::Region reg = stages::region(pre, dc, clusterRank);
+    const bool padCrop = para->readPara("Camera") >= 0 && para->cam_padCrop;
+    const cv::Point pad = padCrop && reg.status == 0 ? stages::padForTurn(reg) : cv::Point();
     roiCoords = std::move(reg.coords);
     roiRho = std::move(reg.rho);
     roiDelta = std::move(reg.delta);
@@ -269,10 +271,9 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
     sink.regionCropped(reg.binary, start1);
     took.region = msSince(t);
     const int regionFrame = frames.crop(cv::Point2d(region.x, region.y));
-    if (para->readPara("Camera") >= 0 && para->cam_padCrop) {
-        // The upright turn keeps the crop's size: a square of the crop's diagonal keeps every
-        // dot of a code that sits off-centre in it.
-        const cv::Point pad = stages::padForTurn(reg.grey.size());
+    if (pad != cv::Point()) {
+        // The upright turn keeps the crop's size and cuts the dots of a code that sits
+        // off-centre in it.
         for (cv::Mat* m : {&reg.grey, &reg.binary, &upright.input})
             if (!m->empty())
                 cv::copyMakeBorder(*m, *m, pad.y, pad.y, pad.x, pad.x, cv::BORDER_CONSTANT,

@@ -69,9 +69,21 @@ double blobSpacing(const std::vector<cv::Point2f>& centroids) {
     return nearest[n / 2];
 }
 
-cv::Point padForTurn(cv::Size crop) {
-    const int side = static_cast<int>(std::ceil(std::hypot(crop.width, crop.height)));
-    return cv::Point((side - crop.width + 1) / 2, (side - crop.height + 1) / 2);
+cv::Point padForTurn(const Region& region) {
+    const cv::Size crop = region.rect.size();
+    const cv::Point2f centre(crop.width * 0.5f, crop.height * 0.5f);
+    std::vector<cv::Point2f> dots;
+    double reach = 0.0;
+    for (size_t i = 0; i < region.labels.size() && 2 * i + 1 < region.coords.size(); ++i) {
+        if (region.label >= 0 && region.labels[i] != region.label) continue;
+        const cv::Point2f p(region.coords[2 * i] - static_cast<float>(region.rect.x),
+                            region.coords[2 * i + 1] - static_cast<float>(region.rect.y));
+        dots.push_back(p);
+        reach = std::max<double>(reach, std::hypot(p.x - centre.x, p.y - centre.y));
+    }
+    reach += blobSpacing(dots);
+    return cv::Point(std::max(0, static_cast<int>(std::ceil(reach - centre.x))),
+                     std::max(0, static_cast<int>(std::ceil(reach - centre.y))));
 }
 
 Preprocessed preprocess(ImageProcessPipeline& chain, const cv::Mat& image) {
@@ -148,6 +160,7 @@ Region region(const Preprocessed& pre, float dc, int rank) {
                 return out;
             }
             for (int l : out.labels) out.dots += l == label ? 1 : 0;
+            out.label = label;
         } else {
             out.rect = segment.cal_ROI(out.coords.data(), out.labels.data(), k);
             if (out.rect.area() <= 0) {
@@ -160,6 +173,7 @@ Region region(const Preprocessed& pre, float dc, int rank) {
                 return out;
             }
             const int label = segment.find_correct_cluster_label(out.labels.data(), n, k);
+            out.label = label;
             for (int l : out.labels) out.dots += l == label ? 1 : 0;
         }
         // The angle search needs continuous buffers.

@@ -23,8 +23,9 @@ bool looksDark(const cv::Mat& image);
 // Median distance from each detected dot to its nearest neighbour: the dot spacing of a frame
 // that shows mostly a code. 0 for fewer than two dots.
 double blobSpacing(const std::vector<cv::Point2f>& centroids);
-// Border (x, y) that makes a crop square with its diagonal as side.
-cv::Point padForTurn(cv::Size crop);
+// Border (x, y) that keeps every dot of the region's cluster inside its crop whatever the turn
+// about the crop's centre: its dots' farthest reach from that centre plus one dot spacing.
+cv::Point padForTurn(const struct Region& region);
 
 struct Preprocessed {
     int status = 0;
@@ -42,6 +43,7 @@ struct Region {
     cv::Rect rect;       // in the processed frame
     int clusters = 0;
     int dots = 0;          // centroids in the chosen cluster
+    int label = -1;        // that cluster's label; -1 when every centroid is in it
     cv::Mat grey, binary;  // continuous crops of the processed and binary images
     // The clustering's working arrays: (x, y) pairs, density, distance to a denser point,
     // that point, and the cluster label of every centroid.

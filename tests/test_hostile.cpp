@@ -368,7 +368,7 @@ const std::vector<ImageCase> kImages = {
      [] {
          return codeFrame(0.0, {-1, -1}, 6.0);
      },
-     -314},
+     -321},
     {"two_codes", 480, 1280,
      [] {
          cv::Mat m;
