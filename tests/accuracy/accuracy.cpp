@@ -103,21 +103,12 @@ Sample renderScene(const Scene& s, Rng& rng) {
     style.centre = cv::Point2d(s.size.width / 2.0 + uniform(rng, -1, 1) * std::min(roomX, 60.0),
                                s.size.height / 2.0 + uniform(rng, -1, 1) * std::min(roomY, 60.0));
     if (s.cut > 0) {
+        // One side, drawn at random: left, right, top or bottom.
         const double inside = radius * (1.0 - s.cut);
-        switch (rng() % 4) {
-            case 0:
-                style.centre.x = inside;
-                break;
-            case 1:
-                style.centre.x = s.size.width - inside;
-                break;
-            case 2:
-                style.centre.y = inside;
-                break;
-            default:
-                style.centre.y = s.size.height - inside;
-                break;
-        }
+        const int side = static_cast<int>(rng() % 4);
+        double& axis = side < 2 ? style.centre.x : style.centre.y;
+        const double length = side < 2 ? s.size.width : s.size.height;
+        axis = side % 2 == 0 ? inside : length - inside;
     }
     qbrender::CameraOptions cam;
     cam.blurSigma = uniform(rng, s.blurLo, s.blurHi);
@@ -155,7 +146,6 @@ cv::Mat noiseImage(Rng& rng, cv::Size size, double blur) {
 
 // A hexagonal dot field that looks like a code but whose markers are random.
 Sample fakeField(Rng& rng) {
-    Scene s;
     qbrender::CodeStyle style;
     style.spacing = uniform(rng, 18, 30);
     style.dotDiameter = style.spacing * 0.6;
@@ -280,14 +270,12 @@ std::vector<Condition> buildConditions(const std::vector<cv::Mat>& photos) {
             sceneGenerator(s));
     }
 
-    if (!photos.empty()) {
+    if (!photos.empty())
         add("photographs", "", 0, "nocode", [photos](Rng& rng) {
-            const cv::Mat& p = photos[rng() % photos.size()];
-            cv::Mat out = p.clone();
+            cv::Mat out = photos[rng() % photos.size()].clone();
             if (rng() % 2) cv::flip(out, out, 1);
             return Sample{out, {}};
         });
-    }
     add("textures", "", 0, "nocode", [](Rng& rng) {
         return Sample{noiseImage(rng, cv::Size(640, 480), uniform(rng, 1.5, 6)), {}};
     });
@@ -360,13 +348,10 @@ double median(std::vector<double> v) {
 }
 
 std::string histogram(const std::map<int, int>& h) {
-    std::ostringstream s;
-    bool first = true;
-    for (const auto& kv : h) {
-        s << (first ? "" : " ") << kv.first << ":" << kv.second;
-        first = false;
-    }
-    return s.str();
+    std::string s;
+    for (const auto& [status, n] : h)
+        s += (s.empty() ? "" : " ") + std::to_string(status) + ":" + std::to_string(n);
+    return s;
 }
 
 // Decode rate against each swept axis, one panel per axis.
@@ -380,6 +365,9 @@ void writePlot(const std::string& path, const std::vector<Condition>& conds,
     const int pw = 360, ph = 240, colsN = 3;
     const int rowsN = static_cast<int>((axes.size() + colsN - 1) / colsN);
     cv::Mat plot(rowsN * ph, colsN * pw, CV_8UC3, cv::Scalar(255, 255, 255));
+    auto text = [&plot](const std::string& t, cv::Point at, double scale) {
+        cv::putText(plot, t, at, cv::FONT_HERSHEY_PLAIN, scale, cv::Scalar(0, 0, 0));
+    };
     for (size_t a = 0; a < axes.size(); ++a) {
         const int ox = static_cast<int>(a % colsN) * pw, oy = static_cast<int>(a / colsN) * ph;
         std::vector<std::pair<double, double>> pts;
@@ -394,8 +382,7 @@ void writePlot(const std::string& path, const std::vector<Condition>& conds,
         for (int pct = 0; pct <= 100; pct += 25) {
             const int y = area.y + area.height - pct * area.height / 100;
             cv::line(plot, {area.x, y}, {area.x + area.width, y}, cv::Scalar(220, 220, 220), 1);
-            cv::putText(plot, std::to_string(pct), {ox + 15, y + 4}, cv::FONT_HERSHEY_PLAIN, 0.9,
-                        cv::Scalar(0, 0, 0));
+            text(std::to_string(pct), {ox + 15, y + 4}, 0.9);
         }
         cv::Point prev(-1, -1);
         for (auto& p : pts) {
@@ -404,16 +391,11 @@ void writePlot(const std::string& path, const std::vector<Condition>& conds,
                 area.y + area.height - static_cast<int>(p.second / 100.0 * area.height));
             if (prev.x >= 0) cv::line(plot, prev, q, cv::Scalar(200, 80, 0), 2, cv::LINE_AA);
             cv::circle(plot, q, 3, cv::Scalar(0, 0, 200), -1, cv::LINE_AA);
-            std::ostringstream lab;
-            lab << p.first;
-            cv::putText(plot, lab.str(), {q.x - 8, area.y + area.height + 14},
-                        cv::FONT_HERSHEY_PLAIN, 0.8, cv::Scalar(0, 0, 0));
+            text(cv::format("%g", p.first), {q.x - 8, area.y + area.height + 14}, 0.8);
             prev = q;
         }
-        cv::putText(plot, axes[a], {ox + 50, oy + ph - 18}, cv::FONT_HERSHEY_PLAIN, 1.0,
-                    cv::Scalar(0, 0, 0));
-        cv::putText(plot, "decode %", {ox + 50, oy + 20}, cv::FONT_HERSHEY_PLAIN, 1.0,
-                    cv::Scalar(0, 0, 0));
+        text(axes[a], {ox + 50, oy + ph - 18}, 1.0);
+        text("decode %", {ox + 50, oy + 20}, 1.0);
     }
     cv::imwrite(path, plot);
 }
@@ -430,57 +412,39 @@ int usage() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    int images = 200;
-    uint64_t seed = 20261122;
+    std::map<std::string, std::string> opt = {
+        {"--images", "200"}, {"--seed", "20261122"},    {"--params", QBCODE_DEFAULT_PARAMS},
+        {"--photos", ""},    {"--out", "accuracy-out"}, {"--only", ""},
+        {"--keep", "3"},     {"--record", ""},          {"--compare", ""}};
     bool quick = false, check = false;
-    std::string params = QBCODE_DEFAULT_PARAMS, photosDir, outDir = "accuracy-out", only;
-    std::string recordFile, compareFile;
-    int keep = 3;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
-        auto next = [&]() -> std::string { return i + 1 < argc ? argv[++i] : std::string(); };
-        if (a == "--quick") {
-            quick = true;
-        } else if (a == "--check") {
-            check = true;
-        } else if (a == "--images") {
-            images = std::atoi(next().c_str());
-        } else if (a == "--seed") {
-            seed = std::strtoull(next().c_str(), nullptr, 10);
-        } else if (a == "--params") {
-            params = next();
-        } else if (a == "--photos") {
-            photosDir = next();
-        } else if (a == "--out") {
-            outDir = next();
-        } else if (a == "--only") {
-            only = next();
-        } else if (a == "--keep") {
-            keep = std::atoi(next().c_str());
-        } else if (a == "--record") {
-            recordFile = next();
-        } else if (a == "--compare") {
-            compareFile = next();
-        } else {
+        if (a == "--quick" || a == "--check")
+            (a == "--quick" ? quick : check) = true;
+        else if (opt.count(a) && i + 1 < argc)
+            opt[a] = argv[++i];
+        else
             return usage();
-        }
     }
+    const int images = std::atoi(opt["--images"].c_str()), keep = std::atoi(opt["--keep"].c_str());
+    const uint64_t seed = std::strtoull(opt["--seed"].c_str(), nullptr, 10);
+    const std::string &outDir = opt["--out"], &only = opt["--only"];
+    const std::string &recordFile = opt["--record"], &compareFile = opt["--compare"];
     if (images <= 0) return usage();
 
-    auto conds = buildConditions(loadPhotos(photosDir));
-    if (quick) {
-        // The fixed-seed form run by the test suite: the bars' own conditions, fewer images.
-        std::vector<Condition> keep;
-        for (auto& c : conds)
-            if (c.set == "nominal" || c.set == "hard" || c.set == "nocode") keep.push_back(c);
-        conds = keep;
-    }
-    if (!only.empty()) {
-        std::vector<Condition> keep;
-        for (auto& c : conds)
-            if (c.name.find(only) != std::string::npos) keep.push_back(c);
-        conds = keep;
-    }
+    auto conds = buildConditions(loadPhotos(opt["--photos"]));
+    auto keepIf = [&conds](const std::function<bool(const Condition&)>& wanted) {
+        conds.erase(std::remove_if(conds.begin(), conds.end(),
+                                   [&](const Condition& c) { return !wanted(c); }),
+                    conds.end());
+    };
+    // The fixed-seed form run by the test suite: the bars' own conditions, fewer images.
+    if (quick)
+        keepIf([](const Condition& c) {
+            return c.set == "nominal" || c.set == "hard" || c.set == "nocode";
+        });
+    if (!only.empty())
+        keepIf([&](const Condition& c) { return c.name.find(only) != std::string::npos; });
     // The reference table fixes every read of a set of renders, so that faster or restructured
     // code can be held to the same status, bits and box.
     std::vector<std::string> expected;
@@ -492,14 +456,11 @@ int main(int argc, char** argv) {
         }
         for (std::string line; std::getline(in, line);)
             if (!line.empty() && line[0] != '#') expected.push_back(line);
-        std::vector<Condition> keep;
-        for (auto& c : conds)
-            for (const auto& line : expected)
-                if (line.compare(0, c.name.size() + 1, c.name + "\t") == 0) {
-                    keep.push_back(c);
-                    break;
-                }
-        conds = keep;
+        keepIf([&](const Condition& c) {
+            return std::any_of(expected.begin(), expected.end(), [&](const std::string& line) {
+                return line.compare(0, c.name.size() + 1, c.name + "\t") == 0;
+            });
+        });
     }
     const bool referenceRun = !recordFile.empty() || !compareFile.empty();
     fs::create_directories(outDir + "/failed");
@@ -515,21 +476,22 @@ int main(int argc, char** argv) {
     std::vector<std::string> reference;
     for (const auto& c : conds) {
         const int n = c.set == "nominal" && !quick && !referenceRun ? images * 5 : images;
-        Outcome o =
-            run(c, n, seed, params, outDir + "/failed", keep, referenceRun ? &reference : nullptr);
+        Outcome o = run(c, n, seed, opt["--params"], outDir + "/failed", keep,
+                        referenceRun ? &reference : nullptr);
         const double exact = 100.0 * o.exact / o.images;
         const double wrong = 100.0 * o.wrong / o.images;
         const double falseReads =
             c.set == "nocode" && o.statuses.count(0) ? 100.0 * o.statuses.at(0) / o.images : 0.0;
+        // A no-code set reports the share of images read as no code, and its false reads.
+        const double shownRate = c.set == "nocode" ? 100.0 - falseReads : exact;
+        const double shownWrong = c.set == "nocode" ? falseReads : wrong;
         std::cout << std::left << std::setw(26) << c.name << std::setw(9) << c.set << std::right
                   << std::setw(7) << o.images << std::fixed << std::setprecision(1) << std::setw(10)
-                  << (c.set == "nocode" ? 100.0 - falseReads : exact) << std::setw(9)
-                  << (c.set == "nocode" ? falseReads : wrong) << std::setw(10) << median(o.ms)
+                  << shownRate << std::setw(9) << shownWrong << std::setw(10) << median(o.ms)
                   << "  " << histogram(o.statuses) << "\n";
         csv << '"' << c.name << "\"," << c.set << ',' << o.images << ','
-            << (c.set == "nocode" ? 0.0 : exact / 100.0) << ','
-            << (c.set == "nocode" ? falseReads : wrong) / 100.0 << ',' << median(o.ms) << ",\""
-            << histogram(o.statuses) << "\"\n";
+            << (c.set == "nocode" ? 0.0 : exact / 100.0) << ',' << shownWrong / 100.0 << ','
+            << median(o.ms) << ",\"" << histogram(o.statuses) << "\"\n";
         // The quick form has too few images for the full bars: it demands no wrong read and
         // the decode rate the full bars imply for a dozen images (at most one miss).
         const double nominalBar = quick ? 90.0 : 99.5, hardBar = quick ? 90.0 : 95.0;
@@ -554,9 +516,9 @@ int main(int argc, char** argv) {
     if (!compareFile.empty()) {
         int differ = 0;
         for (const auto& line : expected)
-            if (std::find(reference.begin(), reference.end(), line) == reference.end()) {
-                if (++differ <= 20) std::cout << "differs: " << line << std::endl;
-            }
+            if (std::find(reference.begin(), reference.end(), line) == reference.end() &&
+                ++differ <= 20)
+                std::cout << "differs: " << line << std::endl;
         std::cout << reference.size() << " reads compared, " << differ << " differ" << std::endl;
         if (differ > 0 || reference.size() != expected.size()) return 1;
     }
