@@ -101,67 +101,47 @@ INSTANTIATE_TEST_SUITE_P(Sizes, Rotation,
 
 // The driver turns images in place; the angle search may hand over views.
 TEST(RotationBuffers, InPlaceViewsAndMissingDestinations) {
-    cv::Mat img = randomBinary(50, 70, 5), separate;
     ImageRotation rot;
-    rot.rotate(img, separate, 30.f);
-    rot.rotate(img, img, 30.f);
-    EXPECT_EQ(cv::countNonZero(img != separate), 0);
-
     const cv::Mat view = randomBinary(40, 50, 11)(cv::Rect(5, 3, 31, 29));  // not continuous
     cv::Mat expected = cv::Mat::zeros(view.size(), CV_8U), unallocated, same = view.clone();
     rot.fast_rotate(view.clone(), expected, 37.f);
     rot.fast_rotate(view, unallocated, 37.f);
-    EXPECT_EQ(cv::countNonZero(unallocated != expected), 0);
+    EXPECT_TRUE(geomtest::sameMat(unallocated, expected));
     rot.fast_rotate(same, same, 37.f);
-    EXPECT_EQ(cv::countNonZero(same != expected), 0);
+    EXPECT_TRUE(geomtest::sameMat(same, expected));
+    cv::Mat src = view.clone(), separate;
+    rot.rotate(src, separate, 30.f);
+    rot.rotate(src, src, 30.f);
+    EXPECT_TRUE(geomtest::sameMat(src, separate));
 }
 
-TEST(FindPeaks, StrictThresholdTwentyLeftmostAndDegenerateInputs) {
-    cv::Mat proj = cv::Mat::zeros(1, 270, CV_32F), peaks = cv::Mat::zeros(20, 4, CV_32F);
+// Peaks must exceed the threshold; at most 20, the leftmost, fit in the table's rows. The score
+// of an angle is the sum of its three highest peaks; ties go to the smallest angle.
+TEST(PeakSearch, StrictThresholdTwentyLeftmostAndTheScore) {
+    cv::Mat proj = cv::Mat::zeros(1, 270, CV_32F), peaks = cv::Mat::zeros(180, 4, CV_32F);
     addPeak(proj, 12, 1200.f);
     EXPECT_EQ(findPeaks(proj, peaks, 1200.f, 4), 0);
     ASSERT_EQ(findPeaks(proj, peaks, 1199.f, 4), 1);
-    EXPECT_TRUE(geomtest::sameMat(peaks.row(0),
-                                  cv::Mat((cv::Mat_<float>(1, 4) << 0.f, 14.5f, 1200.f, 4.f))));
-    EXPECT_EQ(findPeaks(proj, peaks, 0.f, 0), 0);  // zero filter width
-    for (int n : {0, 1, 3, 9}) {
-        cv::Mat flat(1, n, CV_32F, cv::Scalar(5000.f));
-        EXPECT_EQ(findPeaks(flat, peaks, 0.f, 4), 0) << n;
-    }
-
+    EXPECT_FLOAT_EQ(peaks.at<float>(0, 1), 14.5f);
     proj.setTo(0);
-    for (int i = 0; i < 25; ++i) addPeak(proj, 5 + 10 * i, 2000.f + i);
-    cv::Mat many = cv::Mat::zeros(180, 4, CV_32F), fewRows = cv::Mat::zeros(2, 4, CV_32F);
-    ASSERT_EQ(findPeaks(proj, many, 1200.f, 4), 20);
-    EXPECT_FLOAT_EQ(many.at<float>(19, 1), 5 + 190 + 2.5f);
-    EXPECT_FLOAT_EQ(many.at<float>(20, 1), 0.f);
+    for (int i = 0; i < 25; ++i) addPeak(proj, 5 + 10 * i, 2000.f + 100 * (i % 4));
+    ASSERT_EQ(findPeaks(proj, peaks, 1200.f, 4), 20);
+    EXPECT_FLOAT_EQ(peaks.at<float>(19, 1), 5 + 190 + 2.5f);
+    EXPECT_FLOAT_EQ(peaks.at<float>(20, 1), 0.f);
+    cv::Mat fewRows = cv::Mat::zeros(2, 4, CV_32F), scores = scoreRow(), table = peakTable();
     EXPECT_EQ(findPeaks(proj, fewRows, 0.f, 4), 2);
-}
-
-TEST(PeakDetectorScore, SumsTheThreeHighestPeaksAndRecordsAllPositions) {
-    cv::Mat proj = cv::Mat::zeros(1, 60, CV_32F), scores = scoreRow(), table = peakTable();
-    const float heights[] = {2000.f, 3000.f, 2500.f, 1500.f};
-    for (int i = 0; i < 4; ++i) addPeak(proj, 5 + 12 * i, heights[i]);
     PeakDetector det;
     det.setParas(1200.f, 1, 4);
     det.peakDetector(proj, scores, table, 10);
-    EXPECT_FLOAT_EQ(scores.at<float>(0, 10), 7500.f);
+    EXPECT_FLOAT_EQ(scores.at<float>(0, 10), 3 * 2300.f);
     EXPECT_EQ(cv::countNonZero(scores), 1);
-    EXPECT_FLOAT_EQ(table.at<float>(10, 0), 7.5f);
-    EXPECT_FLOAT_EQ(table.at<float>(10, 3), 43.5f);
-    EXPECT_FLOAT_EQ(table.at<float>(10, 4), 0.f);
-}
-
-TEST(AngleSearch, TiesGoToTheSmallestAngleAndEmptyImagesScoreNothing) {
     PatternRotationCalculation search;
-    cv::Mat scores = scoreRow(), table = peakTable();
-    for (cv::Mat img :
-         {cv::Mat(), cv::Mat(1, 1, CV_8U, cv::Scalar(255)), cv::Mat(3, 3, CV_32F, cv::Scalar(1))}) {
-        EXPECT_EQ(search.rotationAngleCal(img, scores, table), 0);
+    scores.at<float>(0, 64) = scores.at<float>(0, 4) = 1e5f;
+    EXPECT_EQ(search.rotated_angle(scores), 4);
+    for (cv::Mat img : {cv::Mat(), cv::Mat(1, 1, CV_8U, cv::Scalar(255))}) {
+        EXPECT_EQ(search.rotationAngleCal(img, scores = scoreRow(), table), 0);
         EXPECT_EQ(cv::countNonZero(scores), 0);
     }
-    scores.at<float>(0, 64) = scores.at<float>(0, 4) = 5.f;
-    EXPECT_EQ(search.rotated_angle(scores), 4);
 }
 
 // A rendered code at rotation phi comes back as phi modulo the grid's 60-degree period, its
@@ -188,12 +168,11 @@ INSTANTIATE_TEST_SUITE_P(Rotations, AngleOfRenderedCode,
 // The legacy-matrix variant's angle and spacing are checked end to end with the recognition run.
 TEST(AngleOnGreyCrop, StatusCodes) {
     SystemPara para{QBCODE_DEFAULT_PARAMS};
-    cv::Mat m1 = scoreRow(), m2 = peakTable(), empty;
-    EXPECT_EQ(rotationAngleCal_C(empty, m1, m2, &para), -100);
-    cv::Mat grey(50, 50, CV_8U, cv::Scalar(40));
-    EXPECT_EQ(rotationAngleCal_C(grey, m1, m2, nullptr), -100);
     SystemPara partial(testsupport::writeFile(
         "geom_no_coarse_fine.yml", testsupport::paramsWithout("PatternRotation", "coarse_fine")));
+    cv::Mat m1 = scoreRow(), m2 = peakTable(), empty, grey(50, 50, CV_8U, cv::Scalar(40));
+    EXPECT_EQ(rotationAngleCal_C(empty, m1, m2, &para), -100);
+    EXPECT_EQ(rotationAngleCal_C(grey, m1, m2, nullptr), -100);
     EXPECT_EQ(rotationAngleCal_C(grey, m1, m2, &partial), -100);
     EXPECT_EQ(rotationAngleCal_C(grey, m1, m2, &para), -301);  // no score
 }
@@ -216,31 +195,17 @@ TEST(Spacing, CompanionRowsOfTheBestAngle) {
     }
 }
 
-TEST(Spacing, MedianBandErrorValuesAndCandidates) {
+TEST(Spacing, MedianBandAndErrorValues) {
     gapCalculation gaps;
     cv::Mat scores = scoreRow(), table = peakTable();
     EXPECT_FLOAT_EQ(gaps.gap_cal_M2(scores, table), -313.f);  // no peaks anywhere
-    EXPECT_FLOAT_EQ(gaps.gap_cal_M2(cv::Mat::zeros(2, 179, CV_32F), table), -311.f);
-    EXPECT_FLOAT_EQ(gaps.gap_cal_M2(scores, cv::Mat::zeros(179, 19, CV_32F)), -312.f);
     EXPECT_FLOAT_EQ(gaps.gap_cal_M2(cv::Mat(), table), -311.f);
+    EXPECT_FLOAT_EQ(gaps.gap_cal_M2(scores, cv::Mat::zeros(179, 19, CV_32F)), -312.f);
     table.col(0).setTo(50.f);  // a single peak per row gives no candidate
-    EXPECT_FLOAT_EQ(gaps.gap_cal_M2(scores, table), -313.f);
     EXPECT_FLOAT_EQ(gaps.gap_cal(scores, table), -313.f);
-
     // Gaps 9.5, 10, 14, 14.5, 30: first median 14, band keeps 14 and 14.5.
     cv::Mat((cv::Mat_<float>(1, 6) << 10.f, 19.5f, 29.5f, 43.5f, 58.f, 88.f))
         .copyTo(table(cv::Rect(0, 0, 6, 1)));
     scores.at<float>(0, 0) = 1.f;
     EXPECT_FLOAT_EQ(gaps.gap_cal_M2(scores, table), static_cast<float>(14.25 * 1.1547));
-
-    cv::Mat((cv::Mat_<float>(1, 5) << 5.f, 17.f, 0.f, 40.f, 52.f))
-        .copyTo(table(cv::Rect(0, 3, 5, 1)));
-    std::vector<float> out;
-    gaps.get_gap_candidates(out, table, 3);  // empty entries skipped, not what follows
-    EXPECT_EQ(out, (std::vector<float>{12.f, 40.f, 12.f}));
-    gaps.get_gap_candidates(out, table, 180);
-    gaps.get_gap_candidates(out, table, -1);
-    EXPECT_EQ(out.size(), 3u);
-    std::vector<float> w = {1.9f, 1.9f, 1.9f};
-    EXPECT_FLOAT_EQ(gaps.gap_mean_cal(w), 1.f);  // lossy: 0+1.9 -> 1, 1+1.9 -> 2, 2+1.9 -> 3
 }

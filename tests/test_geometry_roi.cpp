@@ -1,5 +1,4 @@
 // Region of interest: density-peak clustering of dot centroids and the widened box.
-#include <numeric>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -86,40 +85,4 @@ TEST_F(RoiSegment, SevenMembersGiveNothingEightGiveAClippedBox) {
     EXPECT_EQ(seg.cal_ROI(far.data(), labels.data(), 1), cv::Rect(0, 0, 383, 287));
     EXPECT_EQ(seg.cluster_densityPeaks(nullptr, 5, 2, 72.f, nullptr, nullptr, nullptr, nullptr), 0);
     EXPECT_EQ(seg.cal_ROI(nullptr, nullptr, 3), cv::Rect());
-}
-
-// Ties: the largest cluster with the lower label, the equally near denser neighbour with the
-// highest index.
-TEST_F(RoiSegment, TieBreaks) {
-    labels = {2, 1, 1, 2, -1, 0, 7, 2, 1};
-    EXPECT_EQ(seg.find_correct_cluster_label(labels.data(), 9, 3), 1);  // 1 and 2 tie at 3
-    labels[0] = labels[3] = 0;
-    EXPECT_EQ(seg.find_correct_cluster_label(labels.data(), 9, 3), 0);  // 0 and 1 tie
-    EXPECT_EQ(seg.find_correct_cluster_label(labels.data(), 9, 0), 0);
-
-    // Point 0 in the middle, 1 and 2 equally far on either side, both denser.
-    const std::vector<std::vector<float>> rows = {{0, 0}, {-1, 0}, {1, 0}};
-    const std::vector<std::vector<float>> dist = {{0, 1, 1}, {1, 0, 2}, {1, 2, 0}};
-    delta.resize(3);
-    nneigh.resize(3);
-    seg.getDistanceToHigherDensity(rows, dist, {1.f, 2.f, 2.f}, delta, nneigh, 2.f);
-    EXPECT_EQ(nneigh, (std::vector<int>{2, -1, -1}));
-    EXPECT_EQ(delta, (std::vector<float>{1.f, 2.f, 2.f}));
-}
-
-// Thresholds are strict: rho of exactly 8 does not join, and a sparse far point gets its own
-// label.
-TEST_F(RoiSegment, AssignmentThresholds) {
-    // 0: centre; 1: rho exactly 8; 2: rho just above 8, joins through 4; 3: sparse and far;
-    // 4: dense, joins the centre; 5..9: too sparse to join anything.
-    rho = {20.f, 8.0f, 8.001f, 0.5f, 9.f, 5.f, 5.f, 5.f, 5.f, 5.f};
-    delta = {100.f, 1.f, 1.f, 50.f, 1.f, 1.f, 1.f, 1.f, 1.f, 1.f};
-    nneigh = {-1, 0, 4, 0, 0, 0, 0, 0, 0, 0};
-    labels.assign(10, -1);
-    const float sumRho = std::accumulate(rho.begin(), rho.end(), 0.f);
-    const float sumDelta = std::accumulate(delta.begin(), delta.end(), 0.f);
-    EXPECT_EQ(seg.assignment(rho.data(), delta.data(), nneigh.data(), labels.data(), 10, sumRho,
-                             sumDelta),
-              2);
-    EXPECT_EQ(labels, (std::vector<int>{0, -1, 0, 1, 0, -1, -1, -1, -1, -1}));
 }
