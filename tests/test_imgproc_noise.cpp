@@ -1,4 +1,5 @@
-// Downsampling, opening, smoothing and reconstruction.
+// Reconstruction by dilation, and every pre-processing operation on odd inputs. Resizing,
+// opening and smoothing are OpenCV calls, held by the golden reads.
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 
@@ -6,40 +7,6 @@
 #include "ImgBinary.h"
 #include "LogFilter.h"
 #include "NoiseRemover.h"
-
-TEST(NoiseRemoverResize, TargetIsWidthByHeight) {
-    NoiseRemover n;
-    cv::Mat src(480, 640, CV_8U, cv::Scalar(9)), dst;
-    n.ImgDnSample(src, dst);
-    EXPECT_EQ(dst.size(), cv::Size(480, 360));
-    n.setDnsample_size(cv::Point(0, 10));
-    n.ImgDnSample(src, dst);
-    EXPECT_TRUE(dst.empty());
-}
-
-TEST(NoiseRemoverOpen, RemovesSpecklesKeepsBlocksAndEdges) {
-    NoiseRemover n;
-    cv::Mat want = cv::Mat::zeros(20, 20, CV_8U);
-    want(cv::Rect(10, 12, 3, 3)).setTo(150);  // 3x3 block
-    want(cv::Rect(17, 17, 3, 3)).setTo(90);   // block in the corner
-    cv::Mat img = want.clone();
-    img.at<uchar>(2, 2) = 200;              // isolated pixel
-    img.row(6).colRange(1, 15).setTo(200);  // one-pixel line
-    n.imopen(img, img);
-    EXPECT_EQ(cv::norm(img, want, cv::NORM_INF), 0);
-}
-
-TEST(NoiseRemoverSmooth, NegativeSigmaIsFlippedInTheMember) {
-    NoiseRemover n;
-    cv::Mat img(30, 30, CV_8U), dst, want;
-    cv::RNG(4).fill(img, cv::RNG::UNIFORM, 0, 256);
-    n.setGaussFilter_ksize({5, 5});
-    n.setGaussFilter_sigma(-2.0);
-    n.gaussfilt2(img, dst);
-    EXPECT_EQ(n.getGaussFilter_sigma(), 2.0);
-    cv::GaussianBlur(img, want, {5, 5}, 2.0);
-    EXPECT_EQ(cv::norm(dst, want, cv::NORM_INF), 0);
-}
 
 TEST(Reconstruction, GrowsOnlyIntoConnectedMask) {
     cv::Mat mask = cv::Mat::zeros(20, 20, CV_8U), marker = cv::Mat::zeros(20, 20, CV_8U), out;

@@ -1,4 +1,4 @@
-// The whole pre-processing chain: size policy, thresholds, centroids, debug output, robustness.
+// The whole pre-processing chain: size policy, thresholds and centroids.
 #include <map>
 #include <set>
 
@@ -106,37 +106,13 @@ TEST(PreprocessSize, RestrictionFixedCropAndMissingSection) {
     EXPECT_EQ(runChain(dotFrame(), params).status, -2);
 }
 
-TEST(PreprocessSize, UnusableRatiosAreRefused) {
-    for (const char* bad : {"0", ".nan", "0.001", "1.0e+7"})
+// Sizes and contents of every kind are the hostile-input table's; here only the ratios it
+// leaves out.
+TEST(PreprocessSize, RatiosTooSmallAreRefusedOthersScale) {
+    for (const char* bad : {"0", "0.001"})
         EXPECT_EQ(runChain(dotFrame(), imageParams("ratio", {{"DnRatio", bad}})).status, -112)
             << bad;
     ChainRun r = runChain(dotFrame(), imageParams("ratio", {{"DnRatio", "0.55"}}));
     ASSERT_EQ(r.status, 0);
     EXPECT_EQ(r.processed.size(), cv::Size(352, 264));  // 640 x 0.55 = 352, 480 x 0.55 = 264
-}
-
-// Any size and content gets a status or a result; run under the sanitizer build.
-TEST(PreprocessRobust, AnySizeAnyContent) {
-    for (const auto& [size, flatStatus] : std::vector<std::pair<cv::Size, int>>{{{0, 0}, -100},
-                                                                                {{1, 1}, -112},
-                                                                                {{200, 49}, -112},
-                                                                                {{4000, 1}, -112},
-                                                                                {{84, 84}, -141},
-                                                                                {{641, 479}, -141}})
-        for (int content = 0; content < 3; ++content) {
-            cv::Mat img(size, CV_8U, cv::Scalar(content == 1 ? 255 : 0));
-            if (content == 2 && !img.empty())
-                cv::RNG(size.area()).fill(img, cv::RNG::UNIFORM, 0, 256);
-            const int status = runChain(img, QBCODE_DEFAULT_PARAMS).status;
-            if (content < 2 || flatStatus != -141)
-                EXPECT_EQ(status, flatStatus) << size << " content " << content;
-            else
-                EXPECT_TRUE(status == -141 || status == -142 || status == -143) << size << status;
-        }
-}
-
-TEST(PreprocessRobustLarge, FourThousandSquareNoise) {
-    cv::Mat img(4000, 4000, CV_8U);
-    cv::RNG(9).fill(img, cv::RNG::UNIFORM, 0, 256);
-    EXPECT_EQ(runChain(img, QBCODE_DEFAULT_PARAMS).status, -143);  // far too many blobs
 }
