@@ -25,23 +25,11 @@ using testsupport::writeFile;
 
 namespace {
 
-struct Outcome {
-    int status;
-    std::string out, err;
-};
+using testsupport::Command;
 
-Outcome run(int (*cmd)(int, char**), std::vector<std::string> args) {
+Command run(int (*cmd)(int, char**), std::vector<std::string> args) {
     args.insert(args.begin(), {"qbcode", cmd == cmdRead ? "read" : "render"});
-    std::vector<char*> argv;
-    for (auto& a : args) argv.push_back(&a[0]);
-    argv.push_back(nullptr);
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    Outcome o;
-    o.status = cmd(static_cast<int>(args.size()), argv.data());
-    o.out = testing::internal::GetCapturedStdout();
-    o.err = testing::internal::GetCapturedStderr();
-    return o;
+    return testsupport::runCommand(cmd, args);
 }
 
 std::string bitsOf(const std::vector<int>& bits) {
@@ -86,7 +74,7 @@ TEST_P(RenderArguments, AreRefusedWithUsage) {
     std::vector<std::string> args = GetParam();
     const std::string message = args.back();  // the last entry is the expected complaint
     args.pop_back();
-    const Outcome o = run(cmdRender, args);
+    const Command o = run(cmdRender, args);
     EXPECT_EQ(o.status, 2);
     EXPECT_NE(o.err.find(message), std::string::npos) << o.err;
     EXPECT_NE(o.err.find("usage: qbcode render"), std::string::npos);
@@ -106,7 +94,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(RenderCommand, WritesTheCodeAndPrintsItsBits) {
     const std::string out = tmpPath("cli_clean.png");
-    const Outcome o = run(cmdRender, {"--payload", "0x1234abcd", "--rotation", "30", "--size",
+    const Command o = run(cmdRender, {"--payload", "0x1234abcd", "--rotation", "30", "--size",
                                       "320x240", "--spacing", "14", "--dot", "8.4", "-o", out});
     ASSERT_EQ(o.status, 0) << o.err;
     const auto bits = qbrender::payloadBits(0x1234abcdULL);
@@ -118,19 +106,18 @@ TEST(RenderCommand, WritesTheCodeAndPrintsItsBits) {
               0.0);
 }
 
+// Hex payload and bits make the same code; camera and print files at their resolution.
 TEST(RenderCommand, HexPayloadBitsPrintFilesAndWriteErrors) {
-    const Outcome hex = run(cmdRender, {"--payload-hex", "0x0102ff", "--svg", tmpPath("cli.svg")});
+    const Command hex = run(cmdRender, {"--payload-hex", "0x0102ff", "--svg", tmpPath("cli.svg")});
     ASSERT_EQ(hex.status, 0) << hex.err;
     const std::string bits = hex.out.substr(6, 91);
-    std::vector<int> v;
-    for (char c : bits) v.push_back(c == '1');
-    EXPECT_EQ(qbrender::payloadBytes(v), (std::vector<uint8_t>{1, 2, 0xff, 0, 0, 0, 0, 0, 0, 0}));
-    const Outcome same = run(cmdRender, {"--bits", bits, "--svg", tmpPath("cli2.svg")});
+    const Command same = run(cmdRender, {"--bits", bits, "--svg", tmpPath("cli2.svg")});
     EXPECT_EQ(same.out, hex.out);
     EXPECT_EQ(readFile(tmpPath("cli.svg")), readFile(tmpPath("cli2.svg")));
+    EXPECT_EQ(bits, bitsOf(qbrender::payloadBits(std::vector<uint8_t>{1, 2, 0xff})));
 
     const std::string cam = tmpPath("cli_cam.jpg"), png = tmpPath("cli_print.png");
-    Outcome o = run(cmdRender, {"--payload", "77", "--camera", "--seed", "9", "--tilt", "3", "-o",
+    Command o = run(cmdRender, {"--payload", "77", "--camera", "--seed", "9", "--tilt", "3", "-o",
                                 cam, "--print-png", png, "--dpi", "300", "--spacing-mm", "0.8"});
     ASSERT_EQ(o.status, 0) << o.err;
     EXPECT_FALSE(cv::imread(cam, cv::IMREAD_GRAYSCALE).empty());
@@ -159,58 +146,41 @@ protected:
     std::string params = QBCODE_DEFAULT_PARAMS;
 };
 
+// The payload line and the overlay are held by the program's own test (cli_test.sh).
 TEST_F(ReadCommand, PrintsStatusBitsAndBox) {
-    const Outcome o = run(cmdRead, {image, "--params", params});
+    const Command o = run(cmdRead, {image, "--params", params});
     ASSERT_EQ(o.status, 0) << o.out << o.err;
     std::istringstream lines(o.out);
-    std::string first, bits, payload, box, geometry, margin, time;
-    for (std::string* s : {&first, &bits, &payload, &box, &geometry, &margin, &time})
-        std::getline(lines, *s);
+    std::string first, bits, payload, box, rest;
+    for (std::string* s : {&first, &bits, &payload, &box}) std::getline(lines, *s);
+    std::getline(lines, rest, '\0');
     EXPECT_EQ(first, image + ": 0 ok");
     EXPECT_EQ(bits, "  bits: " + bitsOf(code()));
-    // The printed payload renders the same code again.
-    ASSERT_EQ(payload.rfind("  payload: ", 0), 0u) << payload;
-    std::vector<uint8_t> bytes;
-    for (size_t i = 11; i + 1 < payload.size(); i += 2)
-        bytes.push_back(static_cast<uint8_t>(std::stoi(payload.substr(i, 2), nullptr, 16)));
-    EXPECT_EQ(qbrender::payloadBits(bytes), code()) << payload;
-    EXPECT_EQ(geometry.rfind("  centre: 3", 0), 0u) << geometry;
-    EXPECT_EQ(margin.rfind("  margin: ", 0), 0u) << margin;
-    EXPECT_EQ(time.rfind("  time: ", 0), 0u) << time;
+    const std::regex tail("  centre: 3.*\n  margin: .*\n  time: .*\n");
+    EXPECT_TRUE(std::regex_match(rest, tail)) << rest;
     int x, y, w, h;
     ASSERT_EQ(std::sscanf(box.c_str(), "  box: %d %d %d %d", &x, &y, &w, &h), 4) << box;
-    EXPECT_LT(x, 320 - 100);
-    EXPECT_GT(x + w, 320 + 100);
-    EXPECT_LT(y, 240 - 100);
-    EXPECT_GT(y + h, 240 + 100);
-
-    // The overlay is the input, marked.
-    const std::string overlay = tmpPath("cli_overlay.png");
-    ASSERT_EQ(run(cmdRead, {image, "--params", params, "--overlay", overlay}).status, 0);
-    EXPECT_EQ(cv::imread(overlay).size(), cv::imread(image).size());
-    std::remove(overlay.c_str());
+    EXPECT_TRUE(x < 220 && x + w > 420 && y < 140 && y + h > 340) << box;
 }
 
 TEST_F(ReadCommand, JsonAndTimings) {
-    const Outcome o = run(cmdRead, {"--json", "--debug", image, image, "--params", params});
+    const Command o = run(cmdRead, {"--json", "--debug", image, image, "--params", params});
     ASSERT_EQ(o.status, 0) << o.err;
     const std::string head = "[\n  {\"image\": \"" + image +
                              "\", \"status\": 0, \"name\": \"ok\", \"bits\": \"" + bitsOf(code()) +
                              "\", \"payload\": \"";
     EXPECT_EQ(o.out.rfind(head, 0), 0u) << o.out;
-    EXPECT_NE(o.out.find("\"timings_ms\": {\"preprocess\": "), std::string::npos);
-    for (const char* key : {"orientation", "angle", "spacing", "centre", "corners", "margin",
-                            "checks\": {\"verified\": true"})
+    for (const char* key : {"timings_ms\": {\"preprocess\": ", "orientation", "angle", "spacing",
+                            "centre", "corners", "margin", "checks\": {\"verified\": true"})
         EXPECT_NE(o.out.find("\"" + std::string(key)), std::string::npos) << key;
     EXPECT_NE(o.out.find("}},\n  {\"image\""), std::string::npos);
     EXPECT_EQ(o.out.substr(o.out.size() - 5), "}}\n]\n");
 
     // Timed runs go through the driver; the box must still be in input pixels.
-    const Outcome text = run(cmdRead, {"--debug", image, "--params", params});
-    const Outcome plain = run(cmdRead, {image, "--params", params});
-    const std::string timed = text.out.substr(0, text.out.find("  timings ms: preprocess "));
-    ASSERT_LT(timed.size(), text.out.size());
-    EXPECT_EQ(timed.substr(0, timed.find("  time: ")),
+    const Command text = run(cmdRead, {"--debug", image, "--params", params});
+    const Command plain = run(cmdRead, {image, "--params", params});
+    ASSERT_NE(text.out.find("  timings ms: preprocess "), std::string::npos);
+    EXPECT_EQ(text.out.substr(0, text.out.find("  time: ")),
               plain.out.substr(0, plain.out.find("  time: ")));
 }
 
@@ -218,7 +188,7 @@ TEST_F(ReadCommand, FailuresSetTheExitStatus) {
     const std::string blank = tmpPath("cli_blank.png");
     cv::imwrite(blank, cv::Mat::zeros(480, 640, CV_8UC1));
     const std::string junk = writeFile("cli_not_an_image.png", "hello");
-    Outcome o = run(cmdRead, {image, blank, junk, "--params", params});
+    Command o = run(cmdRead, {image, blank, junk, "--params", params});
     EXPECT_EQ(o.status, 1);
     EXPECT_NE(o.out.find(image + ": 0 ok\n"), std::string::npos);
     EXPECT_NE(o.out.find(blank + ": -"), std::string::npos);
@@ -247,9 +217,9 @@ TEST_F(ReadCommand, PrefersTheParameterFileInTheWorkingDirectory) {
     ASSERT_EQ(chdir(dir.c_str()), 0);
     std::ofstream("algorithm_parameters_v01.yml")
         << testsupport::paramsWithout("AlgPipeline", "savePath");
-    const Outcome local = run(cmdRead, {image});
+    const Command local = run(cmdRead, {image});
     std::remove("algorithm_parameters_v01.yml");
-    const Outcome fallback = run(cmdRead, {image});
+    const Command fallback = run(cmdRead, {image});
     ASSERT_EQ(chdir(here), 0);
     EXPECT_EQ(local.out.rfind(image + ": -600 config\n  time: ", 0), 0u) << local.out;
     EXPECT_EQ(fallback.status, 0) << fallback.out;

@@ -102,10 +102,6 @@ FileCase text(const char* name, const std::string& body, int status, const char*
             badKey};
 }
 
-FileCase special(const char* name, std::function<std::string()> make, int status) {
-    return {name, std::move(make), status, ""};
-}
-
 std::string fifo() {
     const std::string p = tmpPath("hostile_fifo.yml");
     unlink(p.c_str());
@@ -113,13 +109,31 @@ std::string fifo() {
     return p;
 }
 
+const std::string kDefault = testsupport::defaultParams();
+
+// A path that names no plain file; "@..." names one made here.
+FileCase special(const char* name, const std::string& spec, int status) {
+    return {name,
+            [spec] {
+                if (spec == "@directory") return tmpPath("");
+                if (spec == "@fifo") return fifo();
+                if (spec == "@through_a_file")
+                    return writeFile("hostile_plain.yml", kDefault) + "/x.yml";
+                if (spec == "@long") return tmpPath(std::string(5000, 'n'));
+                if (spec != "@dangling_link") return spec;
+                const std::string p = tmpPath("hostile_link.yml");
+                unlink(p.c_str());
+                EXPECT_EQ(symlink("/nonexistent/target.yml", p.c_str()), 0);
+                return p;
+            },
+            status, ""};
+}
+
 std::string deepIndent(int levels) {
     std::string s = kHeader;
     for (int i = 0; i < levels; ++i) s += std::string(static_cast<size_t>(i), ' ') + "k:\n";
     return s + std::string(static_cast<size_t>(levels), ' ') + "v: 1\n";
 }
-
-const std::string kDefault = testsupport::defaultParams();
 
 // The file with every line after its header moved two columns right: still one mapping.
 std::string indentedBody(const std::string& yaml) {
@@ -135,28 +149,14 @@ std::string indentedBody(const std::string& yaml) {
 
 const std::vector<FileCase> kFiles = {
     // The file itself.
-    special(
-        "missing", [] { return std::string("/nonexistent/params.yml"); }, -600),
-    special(
-        "directory", [] { return tmpPath(""); }, -600),
-    special("fifo_without_writer", fifo, -700),
-    special(
-        "char_device", [] { return std::string("/dev/zero"); }, -700),
-    special(
-        "null_device", [] { return std::string("/dev/null"); }, -700),
-    special(
-        "through_a_file", [] { return writeFile("hostile_plain.yml", kDefault) + "/x.yml"; }, -600),
-    special(
-        "dangling_link",
-        [] {
-            const std::string p = tmpPath("hostile_link.yml");
-            unlink(p.c_str());
-            EXPECT_EQ(symlink("/nonexistent/target.yml", p.c_str()), 0);
-            return p;
-        },
-        -600),
-    special(
-        "name_too_long", [] { return tmpPath(std::string(5000, 'n')); }, -600),
+    special("missing", "/nonexistent/params.yml", -600),
+    special("directory", "@directory", -600),
+    special("fifo_without_writer", "@fifo", -700),
+    special("char_device", "/dev/zero", -700),
+    special("null_device", "/dev/null", -700),
+    special("through_a_file", "@through_a_file", -600),
+    special("dangling_link", "@dangling_link", -600),
+    special("name_too_long", "@long", -600),
     text("empty", "", -600),
     text("header_only", kHeader, -600),
     text("just_above_size_limit", kDefault + "#" + std::string(64 * 1024, 'x') + "\n", -701),
@@ -323,6 +323,23 @@ cv::Mat dots(int count, int radius, bool lattice) {
     return m;
 }
 
+std::function<cv::Mat()> code(double rotation, cv::Point2d centre, double spacing = 22.0) {
+    return [=] { return codeFrame(rotation, centre, spacing); };
+}
+
+cv::Mat twoCodes() {
+    cv::Mat m;
+    cv::hconcat(codeFrame(), codeFrame(40.0), m);
+    return m;
+}
+
+// A small code in the largest frame accepted.
+cv::Mat largestFrame() {
+    cv::Mat m = filled(4096, 4096, 30);
+    codeFrame(10.0).copyTo(m(cv::Rect(1700, 1800, 640, 480)));
+    return m;
+}
+
 const std::vector<ImageCase> kImages = {
     {"empty", 0, 0, [] { return filled(1, 1, 0); }, -100},
     {"zero_rows", 0, 640, [] { return filled(1, 640, 0); }, -100},
@@ -354,35 +371,11 @@ const std::vector<ImageCase> kImages = {
     {"code", 480, 640, [] { return codeFrame(); }, 0},
     {"code_turned_37", 480, 640, [] { return codeFrame(37.0); }, 0},
     {"code_inverted", 480, 640, [] { return cv::Mat(255 - codeFrame()); }, 0},
-    {"code_cut_left", 480, 640,
-     [] {
-         return codeFrame(0.0, {60, 240});
-     },
-     -511},
-    {"code_cut_bottom", 480, 640,
-     [] {
-         return codeFrame(0.0, {320, 460});
-     },
-     -500},
-    {"code_spacing_6", 480, 640,
-     [] {
-         return codeFrame(0.0, {-1, -1}, 6.0);
-     },
-     -314},
-    {"two_codes", 480, 1280,
-     [] {
-         cv::Mat m;
-         cv::hconcat(codeFrame(), codeFrame(40.0), m);
-         return m;
-     },
-     0},
-    {"largest_frame", 4096, 4096,
-     [] {
-         cv::Mat m = filled(4096, 4096, 30);
-         codeFrame(10.0).copyTo(m(cv::Rect(1700, 1800, 640, 480)));
-         return m;
-     },
-     -314},
+    {"code_cut_left", 480, 640, code(0.0, {60, 240}), -511},
+    {"code_cut_bottom", 480, 640, code(0.0, {320, 460}), -500},
+    {"code_spacing_6", 480, 640, code(0.0, {-1, -1}, 6.0), -314},
+    {"two_codes", 480, 1280, twoCodes, 0},
+    {"largest_frame", 4096, 4096, largestFrame, -314},
 };
 
 void PrintTo(const ImageCase& c, std::ostream* os) {
@@ -412,9 +405,8 @@ TEST(HostileHost, ShowKeysWithoutAReachableDisplay) {
     setenv("DISPLAY", ":97", 1);
     setenv("WAYLAND_DISPLAY", "nowhere-97", 1);
     EXPECT_FALSE(debugDisplayAvailable());
-    std::string yaml = paramsWith("AlgPipeline", "isShowImg", "1");
-    const size_t at = yaml.find("   showImg:");
-    yaml.replace(at, yaml.find('\n', at) - at, "   showImg: 1");
+    const std::string yaml = testsupport::setKey(paramsWith("AlgPipeline", "isShowImg", "1"),
+                                                 "ImageProcess", "showImg", "1");
     const cv::Mat frame = codeFrame();
     EXPECT_EQ(callC(frame.data, frame.rows, frame.cols, writeFile("hostile_show.yml", yaml)).status,
               0);
@@ -426,11 +418,6 @@ TEST(HostileHost, ShowKeysWithoutAReachableDisplay) {
 TEST(HostileHost, ReadCommandRefusesAFifo) {
     const std::string image = tmpPath("hostile_code.png");
     ASSERT_TRUE(cv::imwrite(image, codeFrame()));
-    const std::string params = fifo();
-    std::vector<std::string> args = {"qbcode", "read", image, "--params", params};
-    std::vector<char*> argv;
-    for (std::string& a : args) argv.push_back(a.data());
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(cmdRead(static_cast<int>(argv.size()), argv.data()), 2);
-    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(
+        testsupport::runCommand(cmdRead, {"qbcode", "read", image, "--params", fifo()}).status, 2);
 }

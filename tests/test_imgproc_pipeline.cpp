@@ -15,11 +15,8 @@ namespace {
 // The default file with some "ImageProcess" keys replaced, written under a unique name.
 std::string imageParams(const std::string& name, const std::map<std::string, std::string>& keys) {
     std::string text = testsupport::defaultParams();
-    const size_t section = text.find("ImageProcess:");
-    for (const auto& kv : keys) {
-        const size_t at = text.find(" " + kv.first + ":", section) + 1;
-        text.replace(at, text.find('\n', at) - at, kv.first + ": " + kv.second);
-    }
+    for (const auto& [key, value] : keys)
+        text = testsupport::setKey(text, "ImageProcess", key, value.c_str());
     return testsupport::writeFile("imgproc_" + name + ".yml", text);
 }
 

@@ -116,14 +116,9 @@ TEST(GradeInput, RefusalsHaveTheirOwnStatus) {
 
 int runGrade(std::vector<std::string> args, std::string& out) {
     args.insert(args.begin(), {"qbcode", "grade"});
-    std::vector<char*> argv;
-    for (auto& a : args) argv.push_back(&a[0]);
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    const int status = cmdGrade(static_cast<int>(argv.size()), argv.data());
-    out = testing::internal::GetCapturedStdout();
-    testing::internal::GetCapturedStderr();
-    return status;
+    const testsupport::Command c = testsupport::runCommand(cmdGrade, args);
+    out = c.out;
+    return c.status;
 }
 
 // Through the reader, the library call and the command: needs a reader that decodes the

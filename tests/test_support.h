@@ -3,9 +3,11 @@
 
 #include <cctype>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -43,25 +45,43 @@ inline std::string defaultParams() {
     return readFile(QBCODE_DEFAULT_PARAMS);
 }
 
-// The default parameter file with one "key: value" line replaced (first match after section).
-inline std::string paramsWith(const std::string& section, const std::string& key,
-                              const std::string& value) {
-    std::string text = defaultParams();
-    size_t at = text.find(section + ":");
-    at = text.find(" " + key + ":", at);
+// The text with the line of one key of a section (its first after the section's name) replaced
+// by "key: value", or removed when value is null.
+inline std::string setKey(std::string text, const std::string& section, const std::string& key,
+                          const char* value) {
+    size_t at = text.find(" " + key + ":", text.find(section + ":"));
     at = text.rfind('\n', at) + 1;
-    size_t end = text.find('\n', at);
-    return text.replace(at, end - at, "   " + key + ": " + value);
+    const size_t end = text.find('\n', at);
+    return value ? text.replace(at, end - at, "   " + key + ": " + value)
+                 : text.erase(at, end - at + 1);
 }
 
-// The default parameter file without the line of one key of a section.
+inline std::string paramsWith(const std::string& section, const std::string& key,
+                              const std::string& value) {
+    return setKey(defaultParams(), section, key, value.c_str());
+}
+
 inline std::string paramsWithout(const std::string& section, const std::string& key) {
-    std::string text = defaultParams();
-    size_t at = text.find(section + ":");
-    at = text.find(" " + key + ":", at);
-    at = text.rfind('\n', at) + 1;
-    size_t end = text.find('\n', at);
-    return text.erase(at, end - at + 1);
+    return setKey(defaultParams(), section, key, nullptr);
+}
+
+// A qbcode command run in-process: its status and what it printed.
+struct Command {
+    int status;
+    std::string out, err;
+};
+
+inline Command runCommand(int (*cmd)(int, char**), std::vector<std::string> args) {
+    std::vector<char*> argv;
+    for (auto& a : args) argv.push_back(&a[0]);
+    argv.push_back(nullptr);
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    Command c;
+    c.status = cmd(static_cast<int>(args.size()), argv.data());
+    c.out = testing::internal::GetCapturedStdout();
+    c.err = testing::internal::GetCapturedStderr();
+    return c;
 }
 
 // Skips a test that opens windows when no display exists.

@@ -50,10 +50,8 @@ TEST(SystemParaRead, MissingKeyStopsTheSectionThere) {
 
 TEST(SystemParaRead, BoolKeysAreIntegersAboveZeroScalesTakeTheirLength) {
     std::string text = paramsWith("ImageProcess", "Debug", "-1");
-    size_t at = text.find("   showImg:");
-    text.replace(at, text.find('\n', at) - at, "   showImg: 2");
-    at = text.find("   HessianScale:");
-    text.replace(at, text.find('\n', at) - at, "   HessianScale: [1.5, 2.5, 3.5]");
+    text = testsupport::setKey(text, "ImageProcess", "showImg", "2");
+    text = testsupport::setKey(text, "ImageProcess", "HessianScale", "[1.5, 2.5, 3.5]");
     SystemPara p(writeFile("bools.yml", text));
     p.HessianScale = {9.f};
     EXPECT_EQ(p.readPara("ImageProcess"), 1);

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <atomic>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -14,17 +13,9 @@
 #include "qbcode_hexagon_recognition.h"
 #include "qbcode_reader.hpp"
 #include "qbcode_render.h"
+#include "../test_support.h"
 
 namespace {
-
-std::string tmp(const std::string& name) {
-    return std::string(QBCODE_TEST_TMP) + "/" + name;
-}
-
-std::string write(const std::string& name, const std::string& text) {
-    std::ofstream(tmp(name), std::ios::binary) << text;
-    return tmp(name);
-}
 
 // A small frame keeps the sanitizer builds quick.
 cv::Mat frame(uint64_t payload, double rotation) {
@@ -115,15 +106,13 @@ long residentKb() {
 TEST(Stress, ThousandMixedCallsKeepMemoryFlat) {
     const cv::Mat good = frame(0xBEEF, 23.0);
     const cv::Mat flat(320, 360, CV_8UC1, cv::Scalar(0));
-    std::string deep = "%YAML:1.0\n---\na: " + std::string(5000, '[');
-    std::ifstream in(QBCODE_DEFAULT_PARAMS);
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    using testsupport::writeFile;
     const std::vector<std::string> params = {
         QBCODE_DEFAULT_PARAMS,
         "/nonexistent.yml",
-        write("stress_deep.yml", deep),
-        write("stress_type.yml", text.replace(text.find("layer: 5"), 8, "layer: \"five\"")),
-        write("stress_big.yml", text + "#" + std::string(70000, 'x')),
+        writeFile("stress_deep.yml", "%YAML:1.0\n---\na: " + std::string(5000, '[')),
+        writeFile("stress_type.yml", testsupport::paramsWith("AlgPipeline", "layer", "\"five\"")),
+        writeFile("stress_big.yml", testsupport::defaultParams() + "#" + std::string(70000, 'x')),
         "/dev/zero",
     };
     std::vector<int> bits(91);
