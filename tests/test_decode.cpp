@@ -64,56 +64,31 @@ void expectRead(const std::vector<int>& bits, const qbrender::CodeStyle& style, 
 
 }  // namespace
 
-class DecodeRotated : public ::testing::TestWithParam<double> {};
-
-TEST_P(DecodeRotated, ReturnsTheCodesOwnBits) {
-    const double angle = GetParam();
-    qbrender::CodeStyle style;
-    style.rotationDeg = angle;
-    style.centre = cv::Point2d(300 + std::fmod(angle, 40.0), 250 - std::fmod(angle, 30.0));
-    expectRead(codeFor(angle), style, static_cast<uint64_t>(angle * 10.0) + 3);
-}
-
-std::vector<double> decodeAngles() {
-    std::vector<double> a;
-    for (int d = 0; d < 360; d += 23) a.push_back(d);
-    for (int k = 1; k < 6; ++k) a.push_back(60.0 * k);
-    for (double odd : {29.5, 30.0, 90.0, 359.4}) a.push_back(odd);  // half a period, a quarter
-    return a;
-}
-
-INSTANTIATE_TEST_SUITE_P(Angles, DecodeRotated, ::testing::ValuesIn(decodeAngles()),
-                         [](const auto& i) { return testsupport::label("deg_%g", i.param); });
-
+// Random turns of every condition are the accuracy suite's and the reference reads'; here the
+// turns at and near the grid's symmetries, clean and through the camera.
 struct StyleCase {
     double angle, spacing;
     uint64_t seed;  // 0: the clean rendering, whose box must hug the code
 };
-class DecodeStyle : public ::testing::TestWithParam<StyleCase> {};
+class Decode : public ::testing::TestWithParam<StyleCase> {};
 
-TEST_P(DecodeStyle, ReadsCleanCodesAndOtherDotSizes) {
+TEST_P(Decode, ReturnsTheCodesOwnBitsAndABoxAroundIt) {
+    const StyleCase& c = GetParam();
     qbrender::CodeStyle style;
-    style.rotationDeg = GetParam().angle;
-    style.spacing = GetParam().spacing;
-    style.dotDiameter = 0.6 * GetParam().spacing;
-    style.centre = cv::Point2d(330, 230);
-    expectRead(codeFor(GetParam().angle + GetParam().spacing / 100), style, GetParam().seed);
+    style.rotationDeg = c.angle;
+    style.spacing = c.spacing;
+    style.dotDiameter = 0.6 * c.spacing;
+    style.centre = cv::Point2d(300 + std::fmod(c.angle, 40.0), 250 - std::fmod(c.angle, 30.0));
+    expectRead(codeFor(c.angle + c.spacing / 100), style, c.seed);
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, DecodeStyle,
-                         ::testing::Values(StyleCase{0, 22, 0}, StyleCase{45, 22, 0},
-                                           StyleCase{90, 22, 0}, StyleCase{240, 22, 0},
-                                           StyleCase{333, 22, 0}, StyleCase{17, 18, 11},
-                                           StyleCase{17, 26, 11}),
-                         [](const auto& i) {
-                             return testsupport::label("deg_%g_spacing_%g_seed_%d", i.param.angle,
-                                                       i.param.spacing,
-                                                       static_cast<int>(i.param.seed));
-                         });
-
-TEST(Decode, NoCodeIsAFailureNotACrash) {
-    qbrender::CameraOptions cam = qbrender::typicalCamera(5);
-    cam.clutterBlobs = 0;
-    EXPECT_LT(decode(qbrender::renderCamera({}, qbrender::CodeStyle(), cam)).status, 0);
-    EXPECT_LT(decode(cv::Mat::zeros(480, 640, CV_8UC1)).status, 0);
-}
+INSTANTIATE_TEST_SUITE_P(
+    Cases, Decode,
+    ::testing::Values(StyleCase{0, 22, 0}, StyleCase{45, 22, 0}, StyleCase{90, 22, 0},
+                      StyleCase{240, 22, 0}, StyleCase{333, 22, 0}, StyleCase{29.5, 22, 3},
+                      StyleCase{30, 22, 4}, StyleCase{60, 22, 5}, StyleCase{359.4, 22, 6},
+                      StyleCase{17, 18, 11}, StyleCase{17, 26, 11}),
+    [](const auto& i) {
+        return testsupport::label("deg_%g_spacing_%g_seed_%d", i.param.angle, i.param.spacing,
+                                  static_cast<int>(i.param.seed));
+    });
