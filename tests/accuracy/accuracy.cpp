@@ -44,9 +44,7 @@ struct Condition {
 };
 
 struct Outcome {
-    int images = 0;
-    int exact = 0;
-    int wrong = 0;
+    int images = 0, exact = 0, wrong = 0;
     std::map<int, int> statuses;
     std::vector<double> ms;
 };
@@ -55,17 +53,13 @@ double uniform(Rng& rng, double lo, double hi) {
     return std::uniform_real_distribution<double>(lo, hi)(rng);
 }
 
-int printedDots(const std::vector<int>& bits) {
-    return static_cast<int>(std::count(bits.begin(), bits.end(), 1));
-}
-
 // A random valid code with at least minDots printed dots (and at most maxDots).
 std::vector<int> randomCode(Rng& rng, int minDots, int maxDots = 91) {
     for (;;) {
         std::vector<uint8_t> payload(10);
         for (auto& b : payload) b = static_cast<uint8_t>(rng());
         auto bits = qbrender::payloadBits(payload);
-        const int n = printedDots(bits);
+        const auto n = std::count(bits.begin(), bits.end(), 1);
         if (n >= minDots && n <= maxDots) return bits;
     }
 }
