@@ -1,13 +1,12 @@
-// Centre of the code by template correlation, and the geometry stages run end to end.
+// Centre of the code by template correlation. Both angle searches run end to end in the
+// hostile-input table ("legacy_rotation") and the golden reads.
 #include <cmath>
 #include <limits>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
-#include "AlgPipeline.h"
 #include "SystemPara.h"
 #include "startPoint_cal.h"
 #include "test_geometry_support.h"
@@ -82,32 +81,3 @@ TEST_F(StartPoint, StatusCodes) {
     useParams("geom_no_layer.yml", paramsWithout("AlgPipeline", "layer"));
     EXPECT_EQ(search(gap, blank), -320);
 }
-
-// A recognition run on a camera-like image reaches the centre through both angle searches.
-class RecognitionGeometry : public ::testing::TestWithParam<int> {};
-
-TEST_P(RecognitionGeometry, FindsAngleGapAndCentre) {
-    const std::string path = testsupport::writeFile(
-        "geom_recognition.yml",
-        paramsWith("AlgPipeline", "opencv10Rot", std::to_string(GetParam())));
-    qbrender::CodeStyle s;
-    s.rotationDeg = 23.0;
-    qbrender::CameraOptions cam;
-    cam.blurSigma = 1.0;
-    cam.noiseSigma = 3.0;
-    cam.clutterBlobs = 4;
-    const std::vector<int> bits = geomtest::denseBits();
-    cv::Mat img = qbrender::renderCamera(bits, s, cam);
-    AlgPipeline pipe(path);
-    std::vector<int> out(91, -1);
-    cv::Rect roi;
-    ASSERT_EQ(pipe.Pipeline(img.data, img.rows, img.cols, out.data(), 91, "geom", roi), 0);
-    EXPECT_EQ(out, bits);
-    EXPECT_LE(std::fabs(geomtest::periodDiff(23.0, pipe.result.angle)), 2.0);
-    EXPECT_NEAR(pipe.upright.gap, s.spacing * 0.6, 0.03 * s.spacing * 0.6);  // default downsampling
-}
-
-INSTANTIATE_TEST_SUITE_P(AngleSearches, RecognitionGeometry, ::testing::Values(0, 1),
-                         [](const auto& i) {
-                             return std::string(i.param ? "legacy_matrix" : "projection");
-                         });
