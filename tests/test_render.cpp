@@ -40,16 +40,10 @@ INSTANTIATE_TEST_SUITE_P(RingsAndAngles, RenderOrder,
                                                        std::get<1>(i.param));
                          });
 
-TEST(Render, DrawsEveryOneAndNoZeroAndNothingForBadInput) {
-    const auto bits = qbrender::payloadBits(0xfedcba9876543210ULL);
+// Where each bit lands is held by the order above and by every read of a rendering; here the
+// inputs that draw nothing.
+TEST(Render, NothingForBadInput) {
     qbrender::CodeStyle style;
-    style.rotationDeg = 33.0;
-    const cv::Mat img = qbrender::renderCode(bits, style);
-    const auto offsets = qbrender::gridOffsets(5, style.spacing, style.rotationDeg);
-    for (size_t i = 0; i < bits.size(); ++i) {
-        const int row = cvRound(240 + offsets[i].x), col = cvRound(320 + offsets[i].y);
-        EXPECT_EQ(img.at<uchar>(row, col) > 128, bits[i] == 1) << "position " << i;
-    }
     style.size = cv::Size(0, 10);
     EXPECT_TRUE(qbrender::renderCamera(std::vector<int>(91, 1), style, {}).empty());
     style.size = cv::Size(64, 48);
@@ -101,27 +95,15 @@ TEST(Payload, BytesFillFreePositionsInOrderAndSmallCodesKeepTheirMarkers) {
     EXPECT_GT(cv::sum(std::vector<int>(a.begin() + 82, a.end()))[0], 0);
 }
 
-// Repeatable per seed, contrast scaled about the mid level, clutter kept off the code.
-TEST(RenderCamera, SeedContrastAndClutter) {
-    const auto bits = qbrender::payloadBits(42);
+// Camera renderings are held read for read by the reference-reads table; here only that clutter
+// stays off the code, which every condition with clutter relies on.
+TEST(RenderCamera, ClutterStaysOffTheCode) {
+    const auto bits = qbrender::payloadBits(7);
     qbrender::CodeStyle style;
     qbrender::CameraOptions cam;
-    cam.contrast = 0.6;
-    const cv::Mat flat = qbrender::renderCamera(bits, style, cam);
-    EXPECT_EQ(flat.at<uchar>(0, 0), 68);            // 125 + (30 - 125) * 0.6
-    EXPECT_EQ(flat.at<uchar>(240 + 22, 320), 182);  // marker dot: 125 + (220 - 125) * 0.6
-    cam.contrast = 1.0;
-    cam.noiseSigma = 6.0;
     cam.clutterBlobs = 40;
-    cam.textureAmplitude = 8.0;
-    const cv::Mat a = qbrender::renderCamera(bits, style, cam);
-    ASSERT_EQ(a.type(), CV_8UC1);
-    EXPECT_EQ(cv::norm(a, qbrender::renderCamera(bits, style, cam), cv::NORM_INF), 0.0);
-    cam.seed = 2;
-    EXPECT_GT(cv::norm(a, qbrender::renderCamera(bits, style, cam), cv::NORM_INF), 0.0);
-    cam.noiseSigma = cam.textureAmplitude = 0;
-    const cv::Mat clean = qbrender::renderCode(bits, style),
-                  busy = qbrender::renderCamera(bits, style, cam);
+    const cv::Mat clean = qbrender::renderCode(bits, style);
+    const cv::Mat busy = qbrender::renderCamera(bits, style, cam);
     cv::Mat codeArea = cv::Mat::zeros(clean.size(), CV_8U);
     cv::circle(codeArea, cv::Point(320, 240), static_cast<int>(6.5 * style.spacing) - 14,
                cv::Scalar(255), -1);
