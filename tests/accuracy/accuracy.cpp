@@ -64,57 +64,44 @@ std::vector<int> randomCode(Rng& rng, int minDots, int maxDots = 91) {
     }
 }
 
-// Code geometry and camera of one sample; every field has a nominal default.
+// Code geometry and camera of one sample: fixed options, and the ranges the rest is drawn from.
 struct Scene {
-    cv::Size size{640, 480};
+    qbrender::CodeStyle style;    // spacing, diameter, turn and centre are drawn
+    qbrender::CameraOptions cam;  // blur, noise, tilt axis and seed are drawn
     double spacingLo = 16, spacingHi = 36;
     double diameterLo = 0.5, diameterHi = 0.7;  // of the spacing
     double blurLo = 0, blurHi = 1;
     double noiseLo = 0, noiseHi = 4;
-    double background = 30, foreground = 220;
-    int jpeg = 0;
-    double tilt = 0, tiltHi = -1;  // tiltHi >= 0: uniform in [tilt, tiltHi]
-    double lighting = 0, vignette = 0;
-    int clutter = 0;
-    double clutterClearance = -1;  // px from the code centre; negative: just clear of the code
-    double texture = 0;
+    double tiltHi = -1;  // >= 0: tilt uniform from cam.tiltDeg to tiltHi
     int minDots = 45, maxDots = 91;
     double cut = 0;  // share of the code's radius pushed past a random frame edge
 };
 
 Sample renderScene(const Scene& s, Rng& rng) {
-    qbrender::CodeStyle style;
-    style.size = s.size;
+    qbrender::CodeStyle style = s.style;
+    const cv::Size size = style.size;
     style.spacing = uniform(rng, s.spacingLo, s.spacingHi);
     style.dotDiameter = style.spacing * uniform(rng, s.diameterLo, s.diameterHi);
     style.rotationDeg = uniform(rng, 0, 360);
-    style.background = s.background;
-    style.foreground = s.foreground;
     // Keep the whole code inside the frame with room to spare.
     const double radius = 5 * style.spacing + style.dotDiameter;
-    const double roomX = std::max(0.0, s.size.width / 2.0 - radius - 8);
-    const double roomY = std::max(0.0, s.size.height / 2.0 - radius - 8);
-    style.centre = cv::Point2d(s.size.width / 2.0 + uniform(rng, -1, 1) * std::min(roomX, 60.0),
-                               s.size.height / 2.0 + uniform(rng, -1, 1) * std::min(roomY, 60.0));
+    const double roomX = std::max(0.0, size.width / 2.0 - radius - 8);
+    const double roomY = std::max(0.0, size.height / 2.0 - radius - 8);
+    style.centre = cv::Point2d(size.width / 2.0 + uniform(rng, -1, 1) * std::min(roomX, 60.0),
+                               size.height / 2.0 + uniform(rng, -1, 1) * std::min(roomY, 60.0));
     if (s.cut > 0) {
         // One side, drawn at random: left, right, top or bottom.
         const double inside = radius * (1.0 - s.cut);
         const int side = static_cast<int>(rng() % 4);
         double& axis = side < 2 ? style.centre.x : style.centre.y;
-        const double length = side < 2 ? s.size.width : s.size.height;
+        const double length = side < 2 ? size.width : size.height;
         axis = side % 2 == 0 ? inside : length - inside;
     }
-    qbrender::CameraOptions cam;
+    qbrender::CameraOptions cam = s.cam;
     cam.blurSigma = uniform(rng, s.blurLo, s.blurHi);
     cam.noiseSigma = uniform(rng, s.noiseLo, s.noiseHi);
-    cam.jpegQuality = s.jpeg;
-    cam.tiltDeg = s.tiltHi >= 0 ? uniform(rng, s.tilt, s.tiltHi) : s.tilt;
+    if (s.tiltHi >= 0) cam.tiltDeg = uniform(rng, s.cam.tiltDeg, s.tiltHi);
     cam.tiltAxisDeg = uniform(rng, 0, 180);
-    cam.lightingGradient = s.lighting;
-    cam.vignette = s.vignette;
-    cam.clutterBlobs = s.clutter;
-    cam.clutterClearance = s.clutterClearance;
-    cam.textureAmplitude = s.texture;
     cam.seed = rng();
     Sample out;
     out.bits = randomCode(rng, s.minDots, s.maxDots);
@@ -196,19 +183,19 @@ std::vector<Condition> buildConditions(const std::vector<cv::Mat>& photos) {
     sweep("diameter", "%", "dot diameter (%)", {40, 50, 60, 70, 80}, none,
           [](Scene& s, double v) { s.diameterLo = s.diameterHi = v / 100; });
     sweep("contrast", "", "contrast (grey levels)", {15, 25, 40, 80, 190}, none,
-          [](Scene& s, double v) { s.foreground = s.background + v; });
+          [](Scene& s, double v) { s.style.foreground = s.style.background + v; });
     sweep("brightness bg", "", "background level", {0, 60, 120, 160}, none, [](Scene& s, double v) {
-        s.background = v;
-        s.foreground = std::min(255.0, v + 90);
+        s.style.background = v;
+        s.style.foreground = std::min(255.0, v + 90);
     });
     sweep("blur", "", "blur sigma (px)", {0, 0.6, 1.0, 1.4, 1.8, 2.2, 2.6}, 1.8,
           [](Scene& s, double v) { s.blurLo = s.blurHi = v; });
     sweep("noise", "", "noise sigma", {0, 4, 7, 10, 14, 20}, 10,
           [](Scene& s, double v) { s.noiseLo = s.noiseHi = v; });
     sweep("jpeg", "", "JPEG quality", {90, 60, 40, 25}, 60,
-          [](Scene& s, double v) { s.jpeg = static_cast<int>(v); });
+          [](Scene& s, double v) { s.cam.jpegQuality = static_cast<int>(v); });
     sweep("tilt", "deg", "tilt (deg)", {0, 5, 10, 15, 20, 25, 30, 35}, 10,
-          [](Scene& s, double v) { s.tilt = v; });
+          [](Scene& s, double v) { s.cam.tiltDeg = v; });
     // One condition from the nominal scene with a few fields changed.
     auto variant = [&](const std::string& name, const std::string& set,
                        const std::function<void(Scene&)>& edit) {
@@ -217,23 +204,23 @@ std::vector<Condition> buildConditions(const std::vector<cv::Mat>& photos) {
         add(name, "", 0, set, sceneGenerator(s));
     };
     variant("uneven lighting", "hard", [](Scene& s) {
-        s.lighting = 0.5;
-        s.vignette = 0.3;
+        s.cam.lightingGradient = 0.5;
+        s.cam.vignette = 0.3;
     });
     // Stray blobs within the clustering's reach widen the region of interest; the code then
     // sits off-centre and the upright turn can cut an outer dot (see docs/envelope.md).
-    variant("texture clutter", "hard", [](Scene& s) { s.texture = 30; });
+    variant("texture clutter", "hard", [](Scene& s) { s.cam.textureAmplitude = 30; });
     variant("stray blobs 250px away", "sweep", [](Scene& s) {
-        s.clutter = 15;
-        s.clutterClearance = 250;
+        s.cam.clutterBlobs = 15;
+        s.cam.clutterClearance = 250;
     });
     variant("blobs near the code", "design", [](Scene& s) {
-        s.texture = 25;
-        s.clutter = 15;
+        s.cam.textureAmplitude = 25;
+        s.cam.clutterBlobs = 15;
     });
     auto large = [](double lo, double hi) {
         return [lo, hi](Scene& s) {
-            s.size = cv::Size(1280, 960);
+            s.style.size = cv::Size(1280, 960);
             s.spacingLo = lo;
             s.spacingHi = hi;
         };
@@ -242,11 +229,11 @@ std::vector<Condition> buildConditions(const std::vector<cv::Mat>& photos) {
     variant("960x1280 spacing 16-36", "sweep", large(16, 36));
     // What ordinary prints and cameras show.
     variant("dark dots on light", "camera", [](Scene& s) {
-        s.background = 200;
-        s.foreground = 40;
+        s.style.background = 200;
+        s.style.foreground = 40;
     });
     variant("tilt 15-35deg", "camera", [](Scene& s) {
-        s.tilt = 15;
+        s.cam.tiltDeg = 15;
         s.tiltHi = 35;
     });
     variant("960x1280 spacing 12-60", "camera", large(12, 60));
