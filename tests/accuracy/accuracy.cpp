@@ -165,37 +165,41 @@ std::vector<Condition> buildConditions(const std::vector<cv::Mat>& photos) {
     Scene nominal;
     add("nominal", "", 0, "nominal", sceneGenerator(nominal));
 
-    // One condition per value of an axis; the value equal to `hard` belongs to the hard set.
+    // One condition per value of an axis, in `set`; the value equal to `hard` is in the hard set.
+    using Edit = std::function<void(Scene&, double)>;
     auto sweep = [&](const std::string& label, const std::string& unit, const std::string& axis,
-                     std::vector<double> values, double hard,
-                     const std::function<void(Scene&, double)>& set) {
+                     std::vector<double> values, const Edit& edit, double hard = -1,
+                     const std::string& set = "sweep") {
         for (double v : values) {
             Scene s = nominal;
-            set(s, v);
+            edit(s, v);
             std::ostringstream name;
             name << label << ' ' << v << unit;
-            add(name.str(), axis, v, v == hard ? "hard" : "sweep", sceneGenerator(s));
+            add(name.str(), axis, v, v == hard ? "hard" : set, sceneGenerator(s));
         }
     };
-    const double none = -1;
-    sweep("spacing", "px", "spacing (px)", {12, 14, 16, 20, 24, 28, 32, 36, 40, 44}, none,
+    sweep("spacing", "px", "spacing (px)", {12, 14, 16, 20, 24, 28, 32, 36, 40, 44},
           [](Scene& s, double v) { s.spacingLo = s.spacingHi = v; });
-    sweep("diameter", "%", "dot diameter (%)", {40, 50, 60, 70, 80}, none,
+    sweep("diameter", "%", "dot diameter (%)", {40, 50, 60, 70, 80},
           [](Scene& s, double v) { s.diameterLo = s.diameterHi = v / 100; });
-    sweep("contrast", "", "contrast (grey levels)", {15, 25, 40, 80, 190}, none,
+    sweep("contrast", "", "contrast (grey levels)", {15, 25, 40, 80, 190},
           [](Scene& s, double v) { s.style.foreground = s.style.background + v; });
-    sweep("brightness bg", "", "background level", {0, 60, 120, 160}, none, [](Scene& s, double v) {
+    sweep("brightness bg", "", "background level", {0, 60, 120, 160}, [](Scene& s, double v) {
         s.style.background = v;
         s.style.foreground = std::min(255.0, v + 90);
     });
-    sweep("blur", "", "blur sigma (px)", {0, 0.6, 1.0, 1.4, 1.8, 2.2, 2.6}, 1.8,
-          [](Scene& s, double v) { s.blurLo = s.blurHi = v; });
-    sweep("noise", "", "noise sigma", {0, 4, 7, 10, 14, 20}, 10,
-          [](Scene& s, double v) { s.noiseLo = s.noiseHi = v; });
-    sweep("jpeg", "", "JPEG quality", {90, 60, 40, 25}, 60,
-          [](Scene& s, double v) { s.cam.jpegQuality = static_cast<int>(v); });
-    sweep("tilt", "deg", "tilt (deg)", {0, 5, 10, 15, 20, 25, 30, 35}, 10,
-          [](Scene& s, double v) { s.cam.tiltDeg = v; });
+    sweep(
+        "blur", "", "blur sigma (px)", {0, 0.6, 1.0, 1.4, 1.8, 2.2, 2.6},
+        [](Scene& s, double v) { s.blurLo = s.blurHi = v; }, 1.8);
+    sweep(
+        "noise", "", "noise sigma", {0, 4, 7, 10, 14, 20},
+        [](Scene& s, double v) { s.noiseLo = s.noiseHi = v; }, 10);
+    sweep(
+        "jpeg", "", "JPEG quality", {90, 60, 40, 25},
+        [](Scene& s, double v) { s.cam.jpegQuality = static_cast<int>(v); }, 60);
+    sweep(
+        "tilt", "deg", "tilt (deg)", {0, 5, 10, 15, 20, 25, 30, 35},
+        [](Scene& s, double v) { s.cam.tiltDeg = v; }, 10);
     // One condition from the nominal scene with a few fields changed.
     auto variant = [&](const std::string& name, const std::string& set,
                        const std::function<void(Scene&)>& edit) {
@@ -237,19 +241,16 @@ std::vector<Condition> buildConditions(const std::vector<cv::Mat>& photos) {
         s.tiltHi = 35;
     });
     variant("960x1280 spacing 12-60", "camera", large(12, 60));
-    for (double cut : {0.15, 0.3, 0.5}) {
-        Scene s = nominal;
-        s.cut = cut;
-        add("cut by the frame " + std::to_string(static_cast<int>(cut * 100)) + "%", "", 0, "cut",
-            sceneGenerator(s));
-    }
-    for (int dots : {30, 36, 40, 44}) {
-        Scene s = nominal;
-        s.minDots = dots;
-        s.maxDots = dots + 1;
-        add("printed dots " + std::to_string(dots), "printed dots", dots, "design",
-            sceneGenerator(s));
-    }
+    sweep(
+        "cut by the frame", "%", "", {15, 30, 50}, [](Scene& s, double v) { s.cut = v / 100; }, -1,
+        "cut");
+    sweep(
+        "printed dots", "", "printed dots", {30, 36, 40, 44},
+        [](Scene& s, double v) {
+            s.minDots = static_cast<int>(v);
+            s.maxDots = s.minDots + 1;
+        },
+        -1, "design");
 
     if (!photos.empty())
         add("photographs", "", 0, "nocode", [photos](Rng& rng) {
