@@ -60,19 +60,11 @@ TEST(FrameChain, FollowsThePixelsThroughEveryFrameAndBack) {
     turn.rotate(up, up, 30.0f);
     f = chain.turn(up.size(), 30.0);
 
-    const cv::Point2d expected = chain.fromInput(spot, f);
     const cv::Point2d seen = centroidOf(up);
-    EXPECT_NEAR(seen.x, expected.x, 0.25);
-    EXPECT_NEAR(seen.y, expected.y, 0.25);
-    const cv::Point2d back = chain.toInput(seen, f);
-    EXPECT_NEAR(back.x, spot.x, 0.5);
-    EXPECT_NEAR(back.y, spot.y, 0.5);
-    for (int k = 0; k <= f; ++k) {
-        const cv::Point2d there = chain.map(cv::Point2d(11.5, -7.25), f, k);
-        const cv::Point2d again = chain.map(there, k, f);
-        EXPECT_NEAR(again.x, 11.5, 1e-9);
-        EXPECT_NEAR(again.y, -7.25, 1e-9);
-    }
+    EXPECT_LT(cv::norm(seen - chain.fromInput(spot, f)), 0.35);
+    EXPECT_LT(cv::norm(chain.toInput(seen, f) - spot), 0.7);
+    const cv::Point2d p(11.5, -7.25);
+    for (int k = 0; k <= f; ++k) EXPECT_LT(cv::norm(chain.map(chain.map(p, f, k), k, f) - p), 1e-9);
     EXPECT_NEAR(chain.scaleToInput(f), 640.0 / 384.0, 1e-12);
 }
 
@@ -132,13 +124,10 @@ TEST(ReaderOptions, TextFileAndDefaultsAgreeAndCodeCanChangeThem) {
     const qbcode::ReaderOptions shipped;
     const cv::Mat img =
         qbrender::renderCode(qbrender::randomBits(3), geomtest::style(15, 22, cv::Size(640, 480)));
-    const qbcode::Result a = readMat(img, fromFile), b = readMat(img, fromText),
-                         c = readMat(img, shipped);
+    const qbcode::Result a = readMat(img, fromFile);
     ASSERT_EQ(a.status, 0);
-    EXPECT_EQ(a.bits, b.bits);
-    EXPECT_EQ(a.bits, c.bits);
-    EXPECT_EQ(a.box, b.box);
-    EXPECT_EQ(a.box, c.box);
+    for (const qbcode::Result& b : {readMat(img, fromText), readMat(img, shipped)})
+        EXPECT_TRUE(a.bits == b.bits && a.box == b.box);
 
     // Set in code: the stages take the record as it stands and read no file.
     qbcode::ReaderOptions three = fromText;
@@ -207,8 +196,7 @@ TEST(ExtendedCall, AgreesWithTheOriginalCallOnAnyStride) {
         EXPECT_EQ(r.bit_count, 91);
         EXPECT_EQ(std::vector<int>(r.bits, r.bits + 91), legacyBits);
         EXPECT_EQ(std::vector<int>(r.box, r.box + 4), std::vector<int>(legacyBox, legacyBox + 4));
-        EXPECT_NEAR(r.centre.x, 330, 1.0);
-        EXPECT_NEAR(r.centre.y, 230, 1.0);
+        EXPECT_LT(std::hypot(r.centre.x - 330, r.centre.y - 230), 1.0);
         EXPECT_EQ(r.checks.verified, 1);
         EXPECT_EQ(r.checks.markers_matched, 18);
         EXPECT_GT(r.margin, 0.0);
