@@ -2,15 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <fstream>
-#include <map>
 #include <regex>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <opencv2/imgcodecs.hpp>
 
 #include "commands.h"
 #include "qbcode_reader.hpp"
@@ -18,13 +10,9 @@
 #include "test_geometry_support.h"
 #include "test_support.h"
 
-using testsupport::readFile;
-using testsupport::tmpPath;
-using testsupport::writeFile;
+using namespace testsupport;
 
 namespace {
-
-using testsupport::Command;
 
 Command run(int (*cmd)(int, char**), std::vector<std::string> args) {
     args.insert(args.begin(), {"qbcode", cmd == cmdRead ? "read" : "render"});

@@ -1,11 +1,4 @@
 // Whole recognition calls on rendered 640 x 480 camera-like codes.
-#include <algorithm>
-#include <cmath>
-#include <cstdint>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <opencv2/core.hpp>
 
 #include "qbcode_hexagon_recognition.h"
 #include "qbcode_render.h"

@@ -1,10 +1,4 @@
 // Image rotation, projection peaks, the angle search and the dot spacing derived from it.
-#include <algorithm>
-#include <cmath>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <opencv2/imgproc.hpp>
 
 #include "ImageRotation.h"
 #include "PatternRotationCalculation.h"

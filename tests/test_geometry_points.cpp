@@ -1,8 +1,6 @@
 // The ideal hexagon grid: layout, the three generators, and the shared point operations.
 #include <stdexcept>
 
-#include <gtest/gtest.h>
-
 #include "Point_Generation.h"
 #include "test_geometry_support.h"
 #include "test_support.h"

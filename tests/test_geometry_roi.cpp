@@ -1,7 +1,4 @@
 // Region of interest: density-peak clustering of dot centroids and the widened box.
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "ROI_Segment.h"
 #include "qbcode_render.h"

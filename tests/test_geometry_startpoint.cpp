@@ -1,19 +1,12 @@
 // Centre of the code by template correlation. Both angle searches run end to end in the
 // hostile-input table ("legacy_rotation") and the golden reads.
-#include <cmath>
-#include <limits>
-#include <memory>
-#include <string>
-
-#include <gtest/gtest.h>
 
 #include "SystemPara.h"
 #include "startPoint_cal.h"
 #include "test_geometry_support.h"
 #include "test_support.h"
 
-using testsupport::paramsWith;
-using testsupport::paramsWithout;
+using namespace testsupport;
 
 class StartPoint : public ::testing::Test {
 protected:

@@ -1,15 +1,9 @@
 // Golden reads: camera-like frames whose status, bits and box must come out the same on every
 // architecture the library is built for.
-#include <fstream>
 #include <ostream>
-#include <sstream>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <opencv2/imgcodecs.hpp>
 
 #include "qbcode_hexagon_recognition.h"
+#include "test_support.h"
 
 namespace {
 

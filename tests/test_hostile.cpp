@@ -4,14 +4,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
-#include <functional>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <opencv2/imgcodecs.hpp>
-#include <opencv2/imgproc.hpp>
 
 #include "DebugImage.h"
 #include "SystemPara.h"
@@ -21,9 +13,7 @@
 #include "qbcode_render.h"
 #include "test_support.h"
 
-using testsupport::paramsWith;
-using testsupport::tmpPath;
-using testsupport::writeFile;
+using namespace testsupport;
 
 namespace {
 

@@ -1,10 +1,7 @@
 // Normalisation, binarisation and blob centroids.
-#include <algorithm>
-
-#include <gtest/gtest.h>
-#include <opencv2/imgproc.hpp>
 
 #include "ImgBinary.h"
+#include "test_support.h"
 
 namespace {
 

@@ -1,11 +1,7 @@
 // Hessian dot enhancement and its circular shift.
-#include <cmath>
-#include <limits>
-
-#include <gtest/gtest.h>
-#include <opencv2/imgproc.hpp>
 
 #include "Dots_HessianProcess.h"
+#include "test_support.h"
 
 namespace {
 

@@ -1,10 +1,7 @@
 // Laplacian-of-Gaussian kernel and multi-scale filter.
-#include <cmath>
-
-#include <gtest/gtest.h>
-#include <opencv2/imgproc.hpp>
 
 #include "LogFilter.h"
+#include "test_support.h"
 
 // The kernel follows the formula; what matters is its size, its rounding of sigma and its
 // refusals.

@@ -1,12 +1,11 @@
 // Reconstruction by dilation, and every pre-processing operation on odd inputs. Resizing,
 // opening and smoothing are OpenCV calls, held by the golden reads.
-#include <gtest/gtest.h>
-#include <opencv2/imgproc.hpp>
 
 #include "Dots_HessianProcess.h"
 #include "ImgBinary.h"
 #include "LogFilter.h"
 #include "NoiseRemover.h"
+#include "test_support.h"
 
 TEST(Reconstruction, GrowsOnlyIntoConnectedMask) {
     cv::Mat mask = cv::Mat::zeros(20, 20, CV_8U), marker = cv::Mat::zeros(20, 20, CV_8U), out;

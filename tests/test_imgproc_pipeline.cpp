@@ -1,9 +1,4 @@
 // The whole pre-processing chain: size policy, thresholds and centroids.
-#include <algorithm>
-#include <map>
-
-#include <gtest/gtest.h>
-#include <opencv2/imgproc.hpp>
 
 #include "ImageProcessPipeline.h"
 #include "SystemPara.h"

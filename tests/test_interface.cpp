@@ -2,20 +2,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <cstring>
-#include <fstream>
 #include <stdexcept>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "qbcode_hexagon_recognition.h"
 #include "test_support.h"
 
-using testsupport::paramsWith;
-using testsupport::writeFile;
+using namespace testsupport;
 
 namespace {
 

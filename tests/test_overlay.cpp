@@ -1,18 +1,10 @@
 // Result overlay drawing and the driver's debug files.
-#include <cstdio>
-#include <limits>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <opencv2/imgproc.hpp>
-#include <opencv2/imgcodecs.hpp>
 
 #include "AlgPipeline.h"
 #include "qbcode_render.h"
 #include "test_support.h"
 
-using testsupport::tmpPath;
+using namespace testsupport;
 
 namespace {
 

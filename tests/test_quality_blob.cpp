@@ -1,12 +1,5 @@
 // Blob analysis: configuration, probes and the grid matching. The histogram and intensity
 // are formulas, held by the print-grade tests.
-#include <algorithm>
-#include <cmath>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <opencv2/imgproc.hpp>
 
 #include "BlobAnalysis.h"
 #include "SystemPara.h"

@@ -1,11 +1,5 @@
 // Print grade of rendered codes: clean prints score near the maximum, each print fault lowers
 // the partial score it affects.
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <opencv2/imgcodecs.hpp>
-#include <opencv2/imgproc.hpp>
 
 // The command runs in-process, under the same checks as the library.
 #include "commands.h"

@@ -1,11 +1,7 @@
 // Four-connected labelling with 8-bit labels.
-#include <sstream>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "bwlabel1.h"
+#include "test_support.h"
 
 namespace {
 

@@ -1,8 +1,4 @@
 // Printing score: per-dot shares, floors, separation pairs and the total.
-#include <cmath>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "PrintingScoreCal.h"
 #include "SystemPara.h"

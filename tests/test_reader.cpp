@@ -1,11 +1,5 @@
 // The C++ reader: frames back to input pixels, options from a file, from text and from code, and
 // the full result on rendered codes.
-#include <cmath>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <opencv2/imgproc.hpp>
 
 #include "FrameChain.h"
 #include "ImageRotation.h"

@@ -1,19 +1,10 @@
 // The code renderer: bit order against the reader's generator, payloads, print and camera images.
-#include <cstdint>
-#include <string>
-#include <tuple>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <opencv2/imgcodecs.hpp>
-#include <opencv2/imgproc.hpp>
 
 #include "Point_Generation.h"
 #include "qbcode_render.h"
 #include "test_support.h"
 
-using testsupport::readFile;
-using testsupport::tmpPath;
+using namespace testsupport;
 
 // The renderer draws bit i at gridOffsets()[i] as (row, col); the reader samples bit i at row i
 // of the generator with column 0 as the image row. Both must agree for any angle and centre.

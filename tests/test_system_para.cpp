@@ -1,15 +1,10 @@
 // Reading the parameter file section by section. Malformed and mistyped files are the
 // hostile-input table's.
-#include <string>
-
-#include <gtest/gtest.h>
 
 #include "SystemPara.h"
 #include "test_support.h"
 
-using testsupport::paramsWith;
-using testsupport::paramsWithout;
-using testsupport::writeFile;
+using namespace testsupport;
 
 TEST(SystemParaRead, EverySectionOfTheDefaultFileAndNoOther) {
     SystemPara p(QBCODE_DEFAULT_PARAMS);

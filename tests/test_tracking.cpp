@@ -1,10 +1,4 @@
 // Bit sampling and orientation choice of the dot tracker.
-#include <cmath>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <opencv2/core.hpp>
 
 #include "BlobAnalysis.h"
 #include "Dots_tracking.h"

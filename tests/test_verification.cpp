@@ -1,13 +1,8 @@
 // The verification refuses grids that do not sit on the printed dots and accepts those that do.
-#include <cmath>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <opencv2/imgproc.hpp>
 
 #include "Grid_verification.h"
 #include "qbcode_render.h"
+#include "test_support.h"
 
 namespace {
 

@@ -1,14 +1,9 @@
 // Layout of the matrix text dump, which debug runs write beside their images.
-#include <string>
-
-#include <gtest/gtest.h>
-#include <opencv2/core.hpp>
 
 #include "WriteData.h"
 #include "test_support.h"
 
-using testsupport::readFile;
-using testsupport::tmpPath;
+using namespace testsupport;
 
 namespace {
 

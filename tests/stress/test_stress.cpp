@@ -1,14 +1,8 @@
 // Many threads and many calls: the same results as one thread, no leak, flat memory.
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
-#include <fstream>
-#include <string>
 #include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "qbcode_hexagon_recognition.h"
 #include "qbcode_reader.hpp"
