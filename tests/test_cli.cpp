@@ -16,7 +16,7 @@ namespace {
 
 Command run(int (*cmd)(int, char**), std::vector<std::string> args) {
     args.insert(args.begin(), {"qbcode", cmd == cmdRead ? "read" : "render"});
-    return testsupport::runCommand(cmd, args);
+    return runCommand(cmd, args);
 }
 
 std::string bitsOf(const std::vector<int>& bits) {
@@ -74,7 +74,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(Args{"exactly one of"}, Args{"--bits", "0101", "-o", "x.png", "1 + 3L(L+1)"},
                       Args{"--payload", "524288", "--rings", "3", "-o", "x.png", "19 free bits"},
                       Args{"--payload-hex", "00000000000000000002", "-o", "x.png", "73 free bits"}),
-    [](const auto& i) { return testsupport::label("%s", i.param.back().c_str()); });
+    [](const auto& i) { return label("%s", i.param.back().c_str()); });
 
 TEST(RenderCommand, WritesTheCodeAndPrintsItsBits) {
     const std::string out = tmpPath("cli_clean.png");
@@ -176,8 +176,7 @@ TEST_F(ReadCommand, FailuresSetTheExitStatus) {
     EXPECT_EQ(o.status, 1);
     EXPECT_NE(o.out.find("\"error\": \"cannot read image\"}\n]"), std::string::npos) << o.out;
 
-    const std::string broken =
-        writeFile("cli_broken.yml", testsupport::paramsWithout("AlgPipeline", "dc"));
+    const std::string broken = writeFile("cli_broken.yml", paramsWithout("AlgPipeline", "dc"));
     o = run(cmdRead, {image, "--params", broken});
     EXPECT_EQ(o.status, 1);
     EXPECT_EQ(o.out.rfind(image + ": -600 config\n  time: ", 0), 0u) << o.out;
@@ -193,8 +192,7 @@ TEST_F(ReadCommand, PrefersTheParameterFileInTheWorkingDirectory) {
     const std::string dir = tmpPath("cli_cwd");
     mkdir(dir.c_str(), 0755);
     ASSERT_EQ(chdir(dir.c_str()), 0);
-    std::ofstream("algorithm_parameters_v01.yml")
-        << testsupport::paramsWithout("AlgPipeline", "savePath");
+    std::ofstream("algorithm_parameters_v01.yml") << paramsWithout("AlgPipeline", "savePath");
     const Command local = run(cmdRead, {image});
     std::remove("algorithm_parameters_v01.yml");
     const Command fallback = run(cmdRead, {image});

@@ -4,6 +4,8 @@
 #include "qbcode_render.h"
 #include "test_support.h"
 
+using namespace testsupport;
+
 namespace {
 
 struct Decoded {
@@ -75,13 +77,14 @@ TEST_P(Decode, ReturnsTheCodesOwnBitsAndABoxAroundIt) {
     expectRead(codeFor(c.angle + c.spacing / 100), style, c.seed);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, Decode,
-    ::testing::Values(StyleCase{0, 22, 0}, StyleCase{45, 22, 0}, StyleCase{90, 22, 0},
-                      StyleCase{240, 22, 0}, StyleCase{333, 22, 0}, StyleCase{29.5, 22, 3},
-                      StyleCase{30, 22, 4}, StyleCase{60, 22, 5}, StyleCase{359.4, 22, 6},
-                      StyleCase{17, 18, 11}, StyleCase{17, 26, 11}),
-    [](const auto& i) {
-        return testsupport::label("deg_%g_spacing_%g_seed_%d", i.param.angle, i.param.spacing,
-                                  static_cast<int>(i.param.seed));
-    });
+INSTANTIATE_TEST_SUITE_P(Cases, Decode,
+                         ::testing::Values(StyleCase{0, 22, 0}, StyleCase{45, 22, 0},
+                                           StyleCase{90, 22, 0}, StyleCase{240, 22, 0},
+                                           StyleCase{333, 22, 0}, StyleCase{29.5, 22, 3},
+                                           StyleCase{30, 22, 4}, StyleCase{60, 22, 5},
+                                           StyleCase{359.4, 22, 6}, StyleCase{17, 18, 11},
+                                           StyleCase{17, 26, 11}),
+                         [](const auto& i) {
+                             return label("deg_%g_spacing_%g_seed_%d", i.param.angle,
+                                          i.param.spacing, static_cast<int>(i.param.seed));
+                         });

@@ -8,6 +8,8 @@
 #include "test_geometry_support.h"
 #include "test_support.h"
 
+using namespace testsupport;
+
 using geomtest::periodDiff;
 
 namespace {
@@ -90,7 +92,7 @@ INSTANTIATE_TEST_SUITE_P(Sizes, Rotation,
                          ::testing::Values(cv::Size(1, 1), cv::Size(7, 1), cv::Size(1, 6),
                                            cv::Size(65, 64), cv::Size(131, 97)),
                          [](const auto& i) {
-                             return testsupport::label("%dx%d", i.param.width, i.param.height);
+                             return label("%dx%d", i.param.width, i.param.height);
                          });
 
 // The driver turns images in place; the angle search may hand over views.
@@ -140,13 +142,13 @@ TEST_P(AngleOfRenderedCode, IsFoundAndTurnsTheGridUpright) {
 
 INSTANTIATE_TEST_SUITE_P(Rotations, AngleOfRenderedCode,
                          ::testing::Values(0.0, 7.0, 31.0, 58.0, 104.0, 151.0, 179.0),
-                         [](const auto& i) { return testsupport::label("deg_%g", i.param); });
+                         [](const auto& i) { return label("deg_%g", i.param); });
 
 // The legacy-matrix variant's angle and spacing are checked end to end with the recognition run.
 TEST(AngleOnGreyCrop, StatusCodes) {
     SystemPara para{QBCODE_DEFAULT_PARAMS};
-    SystemPara partial(testsupport::writeFile(
-        "geom_no_coarse_fine.yml", testsupport::paramsWithout("PatternRotation", "coarse_fine")));
+    SystemPara partial(
+        writeFile("geom_no_coarse_fine.yml", paramsWithout("PatternRotation", "coarse_fine")));
     cv::Mat m1 = scoreRow(), m2 = peakTable(), empty, grey(50, 50, CV_8U, cv::Scalar(40));
     EXPECT_EQ(rotationAngleCal_C(empty, m1, m2, &para), -100);
     EXPECT_EQ(rotationAngleCal_C(grey, m1, m2, nullptr), -100);

@@ -5,6 +5,8 @@
 #include "test_geometry_support.h"
 #include "test_support.h"
 
+using namespace testsupport;
+
 using geomtest::sameMat;
 
 TEST(HexagonPoints, FirstRingStartsOnTheXAxisAndRunsCounterClockwise) {
@@ -43,7 +45,7 @@ TEST_P(GeneratorsAgree, RowForRow) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Layers, GeneratorsAgree, ::testing::Values(0, 1, 5, 9),
-                         [](const auto& i) { return testsupport::label("rings_%d", i.param); });
+                         [](const auto& i) { return label("rings_%d", i.param); });
 
 // Sampling positions round half up, then toward zero; a shift needs both axes and fails after
 // moving x.

@@ -4,6 +4,8 @@
 #include "qbcode_render.h"
 #include "test_support.h"
 
+using namespace testsupport;
+
 class RoiSegment : public ::testing::Test {
 protected:
     ROI_Segment seg{288, 384, 72.f, 0, 2};
@@ -45,24 +47,6 @@ TEST_F(RoiSegment, DenseCodeWinsOverScatteredClutter) {
     EXPECT_EQ(roi.tl(), cv::Point(int(lo[0]) - m, int(lo[1]) - m));
     EXPECT_EQ(roi.br(), cv::Point(int(hi[0]) + m, int(hi[1]) + m));
 }
-
-// Too few points, or points all equally dense, give no cluster.
-class RoiNoCluster : public RoiSegment, public ::testing::WithParamInterface<std::vector<float>> {};
-
-TEST_P(RoiNoCluster, ReturnsZeroClusters) {
-    std::vector<float> pts = GetParam();
-    EXPECT_EQ(cluster(pts), 0);
-    for (int l : labels) EXPECT_EQ(l, -1);
-    for (int nb : nneigh) EXPECT_EQ(nb, -1);
-}
-
-INSTANTIATE_TEST_SUITE_P(Degenerate, RoiNoCluster,
-                         ::testing::Values(std::vector<float>{}, std::vector<float>{3, 4},
-                                           std::vector<float>{0, 0, 10, 0}),
-                         [](const auto& i) {
-                             return testsupport::label("points_%d",
-                                                       static_cast<int>(i.param.size() / 2));
-                         });
 
 // The region needs eight members; it is widened by rows / 9 and clipped short of the last
 // row and column. Null arrays and far-out coordinates are harmless.

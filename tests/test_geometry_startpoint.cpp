@@ -18,7 +18,7 @@ protected:
         geomtest::renderBinary(geomtest::style(0.0, 13.0, cv::Size(230, 210), {113, 104}));
 
     void useParams(const std::string& name, const std::string& text) {
-        para = std::make_unique<SystemPara>(testsupport::writeFile(name, text));
+        para = std::make_unique<SystemPara>(writeFile(name, text));
     }
     int search(float& gap, const cv::Mat& img) {
         return startPoint_cal(para.get()).findStartPoint_NCC(gap, img, templ, centre, 0.0);
@@ -40,7 +40,7 @@ TEST_P(StartPointPadding, LandsOnTheCentreDot) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Modes, StartPointPadding, ::testing::Values(0, 1),
-                         [](const auto& i) { return testsupport::label("mode_%d", i.param); });
+                         [](const auto& i) { return label("mode_%d", i.param); });
 
 TEST_F(StartPoint, PicksTheNeighbouringSpacingThatFitsBetter) {
     const cv::Mat img =

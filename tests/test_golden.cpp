@@ -5,6 +5,8 @@
 #include "qbcode_hexagon_recognition.h"
 #include "test_support.h"
 
+using namespace testsupport;
+
 namespace {
 
 struct Golden {

@@ -105,7 +105,7 @@ std::string fifo() {
     return p;
 }
 
-const std::string kDefault = testsupport::defaultParams();
+const std::string kDefault = defaultParams();
 
 // A path that names no plain file; "@..." names one made here.
 FileCase special(const char* name, const std::string& spec, int status) {
@@ -395,8 +395,8 @@ TEST(HostileHost, ShowKeysWithoutAReachableDisplay) {
     setenv("DISPLAY", ":97", 1);
     setenv("WAYLAND_DISPLAY", "nowhere-97", 1);
     EXPECT_FALSE(debugDisplayAvailable());
-    const std::string yaml = testsupport::setKey(paramsWith("AlgPipeline", "isShowImg", "1"),
-                                                 "ImageProcess", "showImg", "1");
+    const std::string yaml =
+        setKey(paramsWith("AlgPipeline", "isShowImg", "1"), "ImageProcess", "showImg", "1");
     const cv::Mat frame = codeFrame();
     EXPECT_EQ(callC(frame.data, frame.rows, frame.cols, writeFile("hostile_show.yml", yaml)).status,
               0);
@@ -408,6 +408,5 @@ TEST(HostileHost, ShowKeysWithoutAReachableDisplay) {
 TEST(HostileHost, ReadCommandRefusesAFifo) {
     const std::string image = tmpPath("hostile_code.png");
     ASSERT_TRUE(cv::imwrite(image, codeFrame()));
-    EXPECT_EQ(
-        testsupport::runCommand(cmdRead, {"qbcode", "read", image, "--params", fifo()}).status, 2);
+    EXPECT_EQ(runCommand(cmdRead, {"qbcode", "read", image, "--params", fifo()}).status, 2);
 }

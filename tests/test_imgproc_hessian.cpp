@@ -3,6 +3,8 @@
 #include "Dots_HessianProcess.h"
 #include "test_support.h"
 
+using namespace testsupport;
+
 namespace {
 
 cv::Mat randomImage(int rows, int cols, int type, uint64_t seed) {

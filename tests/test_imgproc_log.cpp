@@ -3,6 +3,8 @@
 #include "LogFilter.h"
 #include "test_support.h"
 
+using namespace testsupport;
+
 // The kernel follows the formula; what matters is its size, its rounding of sigma and its
 // refusals.
 TEST(LoGKernel, SizeRoundingAndRefusals) {

@@ -5,14 +5,15 @@
 #include "qbcode_render.h"
 #include "test_support.h"
 
+using namespace testsupport;
+
 namespace {
 
 // The default file with some "ImageProcess" keys replaced, written under a unique name.
 std::string imageParams(const std::string& name, const std::map<std::string, std::string>& keys) {
-    std::string text = testsupport::defaultParams();
-    for (const auto& [key, value] : keys)
-        text = testsupport::setKey(text, "ImageProcess", key, value.c_str());
-    return testsupport::writeFile("imgproc_" + name + ".yml", text);
+    std::string text = defaultParams();
+    for (const auto& [key, value] : keys) text = setKey(text, "ImageProcess", key, value.c_str());
+    return writeFile("imgproc_" + name + ".yml", text);
 }
 
 cv::Mat dotFrame(const qbrender::CodeStyle& style = {}) {
@@ -89,8 +90,8 @@ TEST(PreprocessSize, RestrictionFixedCropMissingSectionAndRatios) {
     EXPECT_EQ(r.centroids.size(), 91u);
     EXPECT_EQ(runChain(big.colRange(0, 1279), crop).input.size(), cv::Size(1279, 960));
 
-    const std::string params = testsupport::writeFile(
-        "imgproc_nosection.yml", "%YAML:1.0\n---\nAlgPipeline:\n   debug: 0\n");
+    const std::string params =
+        writeFile("imgproc_nosection.yml", "%YAML:1.0\n---\nAlgPipeline:\n   debug: 0\n");
     EXPECT_EQ(runChain(dotFrame(), params).status, -2);
     // Sizes and contents of every kind are the hostile-input table's; here the ratios it leaves
     // out.

@@ -89,7 +89,7 @@ TEST(EntryPoint, EmptyPathReadsTheFileInTheWorkingDirectory) {
     // A folder of its own, so that no other test sees the layer-2 file.
     char here[4096];
     ASSERT_NE(getcwd(here, sizeof(here)), nullptr);
-    const std::string dir = testsupport::tmpPath("entry_cwd");
+    const std::string dir = tmpPath("entry_cwd");
     mkdir(dir.c_str(), 0755);
     ASSERT_EQ(chdir(dir.c_str()), 0);
     std::ofstream("algorithm_parameters_v01.yml") << paramsWith("AlgPipeline", "layer", "2");
@@ -124,7 +124,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(BoxCase{"0.5", {44, 44, -88, -88}}, BoxCase{"0.6", {36, 36, -73, -73}},
                       BoxCase{"1.0", {22, 22, -44, -44}},
                       BoxCase{"0.0", {2147483647, 2147483647, -2147483647 - 1, -2147483647 - 1}}),
-    [](const auto& i) { return testsupport::label("ratio_%s", i.param.ratio); });
+    [](const auto& i) { return label("ratio_%s", i.param.ratio); });
 
 TEST(DotsNum, CountsRingsAndSaturates) {
     const std::pair<int, int> cases[] = {{-1, 1},

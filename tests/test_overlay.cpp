@@ -45,7 +45,7 @@ TEST_P(OverlayValue, OnlyPositiveDotsAreFramedGreenAndMarkedOnTheBinary) {
 
 INSTANTIATE_TEST_SUITE_P(Values, OverlayValue,
                          ::testing::Values(1.0, 0.0, std::numeric_limits<double>::quiet_NaN()),
-                         [](const auto& i) { return testsupport::label("value_%g", i.param); });
+                         [](const auto& i) { return label("value_%g", i.param); });
 
 // Debug files of a whole run.
 class DriverFiles : public ::testing::Test {
@@ -65,20 +65,19 @@ protected:
 
     // A whole run with some keys of the "AlgPipeline" section replaced.
     int run(const std::vector<std::pair<std::string, std::string>>& keys) {
-        std::string text = testsupport::defaultParams();
+        std::string text = defaultParams();
         for (const auto& [key, value] : keys)
-            text = testsupport::setKey(text, "AlgPipeline", key, value.c_str());
+            text = setKey(text, "AlgPipeline", key, value.c_str());
         qbrender::CodeStyle style;
         style.rotationDeg = 21.0;
         cv::Mat img = qbrender::renderCode(qbrender::randomBits(5), style);
         std::vector<int> bits(91, 0);
         cv::Rect roi;
-        AlgPipeline pipeline(
-            testsupport::writeFile(prefix.substr(prefix.rfind('/') + 1) + ".yml", text));
+        AlgPipeline pipeline(writeFile(prefix.substr(prefix.rfind('/') + 1) + ".yml", text));
         return pipeline.Pipeline(img.data, img.rows, img.cols, bits.data(), 91, "result.bmp", roi);
     }
 
-    bool exists(const std::string& name) { return !testsupport::readFile(prefix + name).empty(); }
+    bool exists(const std::string& name) { return !readFile(prefix + name).empty(); }
 };
 
 TEST_F(DriverFiles, OnlyTheChosenGroupsAreWrittenUnderTheirNames) {

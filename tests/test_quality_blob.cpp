@@ -5,6 +5,8 @@
 #include "SystemPara.h"
 #include "test_support.h"
 
+using namespace testsupport;
+
 namespace {
 
 class Blobs : public ::testing::Test {
@@ -31,8 +33,7 @@ protected:
 
 TEST_F(Blobs, RefusesMissingConfigurationAndUnusableInput) {
     EXPECT_EQ(BlobAnalysis(nullptr).Initialize(), -603);
-    SystemPara missing(testsupport::writeFile(
-        "no_blob.yml", testsupport::paramsWithout("BlobAnalysis", "savePath")));
+    SystemPara missing(writeFile("no_blob.yml", paramsWithout("BlobAnalysis", "savePath")));
     EXPECT_EQ(BlobAnalysis(&missing).blob_analysis(cv::Mat(), cv::Mat(), cv::Mat(), {}), -602);
 
     const cv::Mat bin = cv::Mat::zeros(40, 80, CV_8U);

@@ -8,6 +8,8 @@
 #include "qbcode_render.h"
 #include "test_support.h"
 
+using namespace testsupport;
+
 namespace {
 
 const uint64_t kPayload = 0x5A5AF0F0FFFF3C3Cull;
@@ -99,8 +101,8 @@ TEST(GradeInput, RefusalsHaveTheirOwnStatus) {
     const cv::Mat img = cv::Mat::zeros(480, 640, CV_8U), points = grid(qbrender::CodeStyle());
     EXPECT_EQ(qbcode::grade(nullptr, 10, 10, QBCODE_DEFAULT_PARAMS, g), -802);
     EXPECT_EQ(qbcode::gradeGrid(img, img, points, 0.0, QBCODE_DEFAULT_PARAMS, g), -802);
-    const std::string noScore = testsupport::writeFile(
-        "grade_no_score.yml", testsupport::paramsWithout("PrintScoreCalculate", "totalAreaScore"));
+    const std::string noScore =
+        writeFile("grade_no_score.yml", paramsWithout("PrintScoreCalculate", "totalAreaScore"));
     EXPECT_EQ(qbcode::gradeGrid(img, img, points, 22.0, noScore, g), -801);
     // Fewer than 35 measured dots: not graded, but the positions are still reported.
     EXPECT_EQ(qbcode::gradeGrid(img, img, points, 22.0, QBCODE_DEFAULT_PARAMS, g), -804);
@@ -110,7 +112,7 @@ TEST(GradeInput, RefusalsHaveTheirOwnStatus) {
 
 int runGrade(std::vector<std::string> args, std::string& out) {
     args.insert(args.begin(), {"qbcode", "grade"});
-    const testsupport::Command c = testsupport::runCommand(cmdGrade, args);
+    const Command c = runCommand(cmdGrade, args);
     out = c.out;
     return c.status;
 }
@@ -120,7 +122,7 @@ int runGrade(std::vector<std::string> args, std::string& out) {
 TEST(GradeEndToEnd, ReadsAndGradesACameraImage) {
     std::string out;
     EXPECT_EQ(runGrade({}, out), 2);
-    EXPECT_EQ(runGrade({testsupport::tmpPath("missing.png"), "--json"}, out), 1);
+    EXPECT_EQ(runGrade({tmpPath("missing.png"), "--json"}, out), 1);
     EXPECT_NE(out.find("\"error\":\"cannot read the image\""), std::string::npos) << out;
 
     qbrender::CameraOptions camera;
@@ -137,7 +139,7 @@ TEST(GradeEndToEnd, ReadsAndGradesACameraImage) {
     for (const qbcode::DotGrade& d : g.dots)
         EXPECT_TRUE(!d.found || d.bit == 1) << "position " << d.position;
 
-    const std::string file = testsupport::tmpPath("grade_clean.png");
+    const std::string file = tmpPath("grade_clean.png");
     cv::imwrite(file, img);
     ASSERT_EQ(runGrade({file, "--json", "--params", QBCODE_DEFAULT_PARAMS}, out), 0);
     EXPECT_NE(out.find("\"statusName\":\"ok\""), std::string::npos) << out;

@@ -3,6 +3,8 @@
 #include "bwlabel1.h"
 #include "test_support.h"
 
+using namespace testsupport;
+
 namespace {
 
 // Rows separated by '/': '#' is 255, '.' is 0, a digit is that label.

@@ -10,6 +10,8 @@
 #include "test_geometry_support.h"
 #include "test_support.h"
 
+using namespace testsupport;
+
 namespace {
 
 cv::Point2d centroidOf(const cv::Mat& img) {
@@ -113,8 +115,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(ReaderOptions, TextFileAndDefaultsAgreeAndCodeCanChangeThem) {
     const qbcode::ReaderOptions fromFile = qbcode::ReaderOptions::fromFile(QBCODE_DEFAULT_PARAMS);
-    const qbcode::ReaderOptions fromText =
-        qbcode::ReaderOptions::fromYaml(testsupport::defaultParams());
+    const qbcode::ReaderOptions fromText = qbcode::ReaderOptions::fromYaml(defaultParams());
     const qbcode::ReaderOptions shipped;
     const cv::Mat img =
         qbrender::renderCode(qbrender::randomBits(3), geomtest::style(15, 22, cv::Size(640, 480)));
@@ -138,7 +139,7 @@ TEST(ReaderOptions, BrokenSourcesFailTheReadLikeTheFileWould) {
               QBCODE_CONFIG);
     EXPECT_EQ(readMat(img, qbcode::ReaderOptions::fromFile("/nonexistent/params.yml")).status,
               QBCODE_CONFIG);
-    const std::string noImageSection = testsupport::paramsWithout("ImageProcess", "DnRatio");
+    const std::string noImageSection = paramsWithout("ImageProcess", "DnRatio");
     EXPECT_EQ(readMat(img, qbcode::ReaderOptions::fromYaml(noImageSection)).status,
               QBCODE_IMAGE_PARAMS_MISSING);
     EXPECT_EQ(qbcode::read(qbcode::ImageView(img.data, 480, 640, 100)).status,

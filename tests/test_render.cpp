@@ -27,8 +27,8 @@ INSTANTIATE_TEST_SUITE_P(RingsAndAngles, RenderOrder,
                          ::testing::Combine(::testing::Values(0, 1, 5, 7),
                                             ::testing::Values(0.0, 23.5, 300.0, -45.0)),
                          [](const auto& i) {
-                             return testsupport::label("rings_%d_deg_%g", std::get<0>(i.param),
-                                                       std::get<1>(i.param));
+                             return label("rings_%d_deg_%g", std::get<0>(i.param),
+                                          std::get<1>(i.param));
                          });
 
 // Where each bit lands is held by the order above and by every read of a rendering; here the
@@ -63,8 +63,7 @@ INSTANTIATE_TEST_SUITE_P(Numbers, PayloadNumber,
                          ::testing::Values(0ULL, 1ULL, 0x8000000000000000ULL, 0x0123456789abcdefULL,
                                            ~0ULL),
                          [](const auto& i) {
-                             return testsupport::label("x%016llx",
-                                                       static_cast<unsigned long long>(i.param));
+                             return label("x%016llx", static_cast<unsigned long long>(i.param));
                          });
 
 TEST(Payload, BytesFillFreePositionsInOrderAndSmallCodesKeepTheirMarkers) {

@@ -45,8 +45,8 @@ TEST(SystemParaRead, MissingKeyStopsTheSectionThere) {
 
 TEST(SystemParaRead, BoolKeysAreIntegersAboveZeroScalesTakeTheirLength) {
     std::string text = paramsWith("ImageProcess", "Debug", "-1");
-    text = testsupport::setKey(text, "ImageProcess", "showImg", "2");
-    text = testsupport::setKey(text, "ImageProcess", "HessianScale", "[1.5, 2.5, 3.5]");
+    text = setKey(text, "ImageProcess", "showImg", "2");
+    text = setKey(text, "ImageProcess", "HessianScale", "[1.5, 2.5, 3.5]");
     SystemPara p(writeFile("bools.yml", text));
     p.HessianScale = {9.f};
     EXPECT_EQ(p.readPara("ImageProcess"), 1);

@@ -4,6 +4,8 @@
 #include "qbcode_render.h"
 #include "test_support.h"
 
+using namespace testsupport;
+
 namespace {
 
 const double kSpacing = 20.0;

@@ -9,6 +9,8 @@
 #include "qbcode_render.h"
 #include "../test_support.h"
 
+using namespace testsupport;
+
 namespace {
 
 // A small frame keeps the sanitizer builds quick.
@@ -100,13 +102,12 @@ long residentKb() {
 TEST(Stress, ThousandMixedCallsKeepMemoryFlat) {
     const cv::Mat good = frame(0xBEEF, 23.0);
     const cv::Mat flat(320, 360, CV_8UC1, cv::Scalar(0));
-    using testsupport::writeFile;
     const std::vector<std::string> params = {
         QBCODE_DEFAULT_PARAMS,
         "/nonexistent.yml",
         writeFile("stress_deep.yml", "%YAML:1.0\n---\na: " + std::string(5000, '[')),
-        writeFile("stress_type.yml", testsupport::paramsWith("AlgPipeline", "layer", "\"five\"")),
-        writeFile("stress_big.yml", testsupport::defaultParams() + "#" + std::string(70000, 'x')),
+        writeFile("stress_type.yml", paramsWith("AlgPipeline", "layer", "\"five\"")),
+        writeFile("stress_big.yml", defaultParams() + "#" + std::string(70000, 'x')),
         "/dev/zero",
     };
     std::vector<int> bits(91);
