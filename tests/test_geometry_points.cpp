@@ -46,18 +46,3 @@ TEST_P(GeneratorsAgree, RowForRow) {
 
 INSTANTIATE_TEST_SUITE_P(Layers, GeneratorsAgree, ::testing::Values(0, 1, 5, 9),
                          [](const auto& i) { return label("rings_%d", i.param); });
-
-// Sampling positions round half up, then toward zero; a shift needs both axes and fails after
-// moving x.
-TEST(HexagonPoints, RoundingAndTranslation) {
-    Generate_Hexagon_points gen(cv::Point2d(10, 20), nullptr, 1.0, 1);
-    cv::Mat v = (cv::Mat_<double>(1, 6) << 2.5, -2.5, -1.3, 1.49, -0.5, 1e300);
-    gen.round(v);
-    EXPECT_TRUE(sameMat(v, cv::Mat((cv::Mat_<double>(1, 6) << 3.0, -2.0, 0.0, 1.0, 0.0, 1e300))));
-    cv::Mat p = (cv::Mat_<double>(2, 2) << 1, 2, 3, 4);
-    gen.translation(p);
-    EXPECT_TRUE(sameMat(p, cv::Mat((cv::Mat_<double>(2, 2) << 11, 22, 13, 24))));
-    gen.shiftXY = {5.0};
-    EXPECT_THROW(gen.translation(p), std::out_of_range);
-    EXPECT_TRUE(sameMat(p, cv::Mat((cv::Mat_<double>(2, 2) << 16, 22, 13, 24))));
-}

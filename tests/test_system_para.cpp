@@ -1,5 +1,5 @@
-// Reading the parameter file section by section. Malformed and mistyped files are the
-// hostile-input table's.
+// Reading the parameter file section by section. Malformed and mistyped files, and scale
+// lists of every length, are the hostile-input table's.
 
 #include "SystemPara.h"
 #include "test_support.h"
@@ -41,21 +41,4 @@ TEST(SystemParaRead, MissingKeyStopsTheSectionThere) {
     EXPECT_EQ(p.savePath, "./");  // read before the gap
     EXPECT_EQ(p.ctpointFlag, 9);  // missing
     EXPECT_EQ(p.layer, 42);       // after the gap, untouched
-}
-
-TEST(SystemParaRead, BoolKeysAreIntegersAboveZeroScalesTakeTheirLength) {
-    std::string text = paramsWith("ImageProcess", "Debug", "-1");
-    text = setKey(text, "ImageProcess", "showImg", "2");
-    text = setKey(text, "ImageProcess", "HessianScale", "[1.5, 2.5, 3.5]");
-    SystemPara p(writeFile("bools.yml", text));
-    p.HessianScale = {9.f};
-    EXPECT_EQ(p.readPara("ImageProcess"), 1);
-    EXPECT_FALSE(p.Debug);
-    EXPECT_TRUE(p.showImg);
-    ASSERT_EQ(p.HessianScale.size(), 3u);
-    EXPECT_FLOAT_EQ(p.HessianScale[2], 3.5f);
-    SystemPara e(writeFile("noscales.yml", paramsWith("ImageProcess", "LogScale", "[]")));
-    e.LogScale = {1.f};
-    EXPECT_EQ(e.readPara("ImageProcess"), 1);
-    EXPECT_TRUE(e.LogScale.empty());
 }
