@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <climits>
 #include <stdexcept>
 
 #include "qbcode_hexagon_recognition.h"
@@ -115,8 +116,8 @@ TEST_P(FailedRunBox, ConvertsTheZeroRectangle) {
     EXPECT_LT(call(writeFile(std::string("ratio") + c.ratio + ".yml",
                              paramsWith("ImageProcess", "DnRatio", c.ratio))),
               0);
-    EXPECT_EQ(std::vector<int>(call.box, call.box + 4),
-              std::vector<int>(c.expected, c.expected + 4));
+    EXPECT_TRUE(std::equal(c.expected, c.expected + 4, call.box))
+        << call.box[0] << " " << call.box[2];
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -127,30 +128,20 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& i) { return label("ratio_%s", i.param.ratio); });
 
 TEST(DotsNum, CountsRingsAndSaturates) {
-    const std::pair<int, int> cases[] = {{-1, 1},
-                                         {0, 1},
-                                         {1, 7},
-                                         {2, 19},
-                                         {3, 37},
-                                         {4, 61},
-                                         {5, 91},
-                                         {26754, 2147409811},
-                                         {26755, 2147483647},
-                                         {1 << 20, 2147483647},
-                                         {2147483647, 2147483647}};
-    for (const auto& [layers, dots] : cases) EXPECT_EQ(get_dots_num(layers), dots) << layers;
+    const int layers[] = {-1, 0, 1, 2, 3, 4, 5, 26754, 26755, 1 << 20, INT_MAX};
+    const int dots[] = {1, 1, 7, 19, 37, 61, 91, 2147409811, INT_MAX, INT_MAX, INT_MAX};
+    for (int i = 0; i < 11; ++i) EXPECT_EQ(get_dots_num(layers[i]), dots[i]) << layers[i];
 }
 
+// At most the length asked for, never a terminating zero.
 TEST(Version, CopiesAtMostTheBannerAndNeverTerminates) {
-    char buf[64];
-    for (const auto& [len, want] :
-         std::vector<std::pair<int, std::string>>{{10, "Quelbor Re#"},
-                                                  {60, "Quelbor Recognition Algorithm 0.3.1#"},
-                                                  {0, "#"},
-                                                  {-4, "#"}}) {
+    const int lengths[] = {10, 60, 0, -4};
+    const std::string copied[] = {"Quelbor Re#", "Quelbor Recognition Algorithm 0.3.1#", "#", "#"};
+    for (int i = 0; i < 4; ++i) {
+        char buf[64];
         std::memset(buf, '#', sizeof buf);
-        get_version(buf, len);
-        EXPECT_EQ(std::string(buf, want.size()), want) << len;
+        get_version(buf, lengths[i]);
+        EXPECT_EQ(std::string(buf, copied[i].size()), copied[i]) << lengths[i];
     }
     get_version(nullptr, 10);
 }

@@ -20,32 +20,22 @@ int countColour(const cv::Mat& img, cv::Vec3b colour) {
 }  // namespace
 
 // Only a dot read as 1 is framed green, marked at its centre and framed on the binary image.
-class Overlay : public ::testing::Test {
-protected:
-    AlgPipeline pipeline;
-    cv::Mat overlay = cv::Mat::zeros(60, 60, CV_8UC3);
-    cv::Mat overlayBin = cv::Mat::zeros(60, 60, CV_8UC3);
-};
-
-class OverlayValue : public Overlay, public ::testing::WithParamInterface<double> {};
-
-TEST_P(OverlayValue, OnlyPositiveDotsAreFramedGreenAndMarkedOnTheBinary) {
-    const bool read = GetParam() > 0;
-    pipeline.putonOverlay(overlay, overlayBin, (cv::Mat_<double>(1, 4) << 10, 10, 40, 40),
-                          (cv::Mat_<double>(1, 1) << GetParam()), 3.0);
-    EXPECT_EQ(overlay.at<cv::Vec3b>(25, 10), read ? kGreenFrame : kRedFrame);
-    EXPECT_EQ(countColour(overlay, read ? kRedFrame : kGreenFrame), 0);
-    EXPECT_EQ(countColour(overlay, kRedLabel) > 0, !read);
-    EXPECT_EQ(countColour(overlay, kCentreMark) > 0, read);
-    EXPECT_TRUE(!read || overlay.at<cv::Vec3b>(25, 27) == kCentreMark);  // centre 25, radius 2
-    // A one-pixel frame of the 31 x 31 box, nothing else.
-    EXPECT_EQ(countColour(overlayBin, kBlueFrame), read ? 120 : 0);
-    EXPECT_EQ(cv::countNonZero(overlayBin.reshape(1)), read ? 120 : 0);
+TEST(Overlay, OnlyPositiveDotsAreFramedGreenAndMarkedOnTheBinary) {
+    for (double value : {1.0, 0.0, std::numeric_limits<double>::quiet_NaN()}) {
+        const bool read = value > 0;
+        cv::Mat overlay = cv::Mat::zeros(60, 60, CV_8UC3), overlayBin = overlay.clone();
+        AlgPipeline().putonOverlay(overlay, overlayBin, (cv::Mat_<double>(1, 4) << 10, 10, 40, 40),
+                                   (cv::Mat_<double>(1, 1) << value), 3.0);
+        EXPECT_EQ(overlay.at<cv::Vec3b>(25, 10), read ? kGreenFrame : kRedFrame) << value;
+        EXPECT_EQ(countColour(overlay, read ? kRedFrame : kGreenFrame), 0);
+        EXPECT_EQ(countColour(overlay, kRedLabel) > 0, !read);
+        EXPECT_EQ(countColour(overlay, kCentreMark) > 0, read);
+        EXPECT_TRUE(!read || overlay.at<cv::Vec3b>(25, 27) == kCentreMark);  // centre 25, radius 2
+        // A one-pixel frame of the 31 x 31 box, nothing else.
+        EXPECT_EQ(countColour(overlayBin, kBlueFrame), read ? 120 : 0);
+        EXPECT_EQ(cv::countNonZero(overlayBin.reshape(1)), read ? 120 : 0);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Values, OverlayValue,
-                         ::testing::Values(1.0, 0.0, std::numeric_limits<double>::quiet_NaN()),
-                         [](const auto& i) { return label("value_%g", i.param); });
 
 // Debug files of a whole run.
 class DriverFiles : public ::testing::Test {
