@@ -46,12 +46,6 @@ cv::Mat plainRotation(const cv::Mat& src, float angle) {
     return out;
 }
 
-// One symmetric peak of height v whose slope crossing lies at start + 2.5.
-void addPeak(cv::Mat& proj, int start, float v) {
-    const float shape[6] = {v / 4, v / 2, v, v, v / 2, v / 4};
-    for (int i = 0; i < 6; ++i) proj.at<float>(0, start + i) = shape[i];
-}
-
 cv::Mat scoreRow() {
     return cv::Mat::zeros(1, 180, CV_32F);
 }
@@ -111,18 +105,6 @@ TEST(RotationBuffers, InPlaceViewsAndMissingDestinations) {
     EXPECT_TRUE(geomtest::sameMat(src, separate));
 }
 
-// Peaks must exceed the threshold; at most 20, the leftmost, fit however many rows the table
-// has. The scores they make are held by the rendered codes below.
-TEST(FindPeaks, StrictThresholdAndNoMoreThanTheTableHolds) {
-    cv::Mat proj = cv::Mat::zeros(1, 270, CV_32F), peaks = cv::Mat::zeros(180, 4, CV_32F);
-    for (int i = 0; i < 25; ++i) addPeak(proj, 5 + 10 * i, 1200.f + i);
-    ASSERT_EQ(findPeaks(proj, peaks, 1200.f, 4), 20);
-    EXPECT_FLOAT_EQ(peaks.at<float>(0, 1), 15 + 2.5f);  // the first is not above 1200
-    EXPECT_FLOAT_EQ(peaks.at<float>(20, 1), 0.f);
-    cv::Mat fewRows = cv::Mat::zeros(2, 4, CV_32F);
-    EXPECT_EQ(findPeaks(proj, fewRows, 0.f, 4), 2);
-}
-
 // A rendered code at rotation phi comes back as phi modulo the grid's 60-degree period, its
 // spacing within 3 %, and turned by the angle found a second search finds 0.
 class AngleOfRenderedCode : public ::testing::TestWithParam<double> {};
@@ -144,18 +126,6 @@ INSTANTIATE_TEST_SUITE_P(Rotations, AngleOfRenderedCode,
                          ::testing::Values(0.0, 7.0, 31.0, 58.0, 104.0, 151.0, 179.0),
                          [](const auto& i) { return label("deg_%g", i.param); });
 
-// The legacy-matrix variant's angle and spacing are checked end to end with the recognition run.
-TEST(AngleOnGreyCrop, StatusCodes) {
-    SystemPara para{QBCODE_DEFAULT_PARAMS};
-    SystemPara partial(
-        writeFile("geom_no_coarse_fine.yml", paramsWithout("PatternRotation", "coarse_fine")));
-    cv::Mat m1 = scoreRow(), m2 = peakTable(), empty, grey(50, 50, CV_8U, cv::Scalar(40));
-    EXPECT_EQ(rotationAngleCal_C(empty, m1, m2, &para), -100);
-    EXPECT_EQ(rotationAngleCal_C(grey, m1, m2, nullptr), -100);
-    EXPECT_EQ(rotationAngleCal_C(grey, m1, m2, &partial), -100);
-    EXPECT_EQ(rotationAngleCal_C(grey, m1, m2, &para), -301);  // no score
-}
-
 // The companions of the best angle are the rows 60 and 120 degrees away, kept in 0..179. Every
 // other row holds a different spacing with more peaks, so one wrong row moves the median.
 TEST(Spacing, CompanionRowsOfTheBestAngle) {
@@ -174,7 +144,17 @@ TEST(Spacing, CompanionRowsOfTheBestAngle) {
     }
 }
 
-TEST(Spacing, ErrorValues) {
+// The legacy-matrix variant's angle and spacing are checked end to end by the recognition run;
+// the thresholds of the peaks by the rendered codes above.
+TEST(AngleAndSpacing, StatusCodes) {
+    SystemPara para{QBCODE_DEFAULT_PARAMS};
+    SystemPara partial(
+        writeFile("geom_no_coarse_fine.yml", paramsWithout("PatternRotation", "coarse_fine")));
+    cv::Mat m1 = scoreRow(), m2 = peakTable(), empty, grey(50, 50, CV_8U, cv::Scalar(40));
+    EXPECT_EQ(rotationAngleCal_C(empty, m1, m2, &para), -100);
+    EXPECT_EQ(rotationAngleCal_C(grey, m1, m2, nullptr), -100);
+    EXPECT_EQ(rotationAngleCal_C(grey, m1, m2, &partial), -100);
+    EXPECT_EQ(rotationAngleCal_C(grey, m1, m2, &para), -301);  // no score
     gapCalculation gaps;
     cv::Mat scores = scoreRow(), table = peakTable();
     EXPECT_FLOAT_EQ(gaps.gap_cal_M2(scores, table), -313.f);  // no peaks anywhere

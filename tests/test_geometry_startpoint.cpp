@@ -42,16 +42,6 @@ TEST_P(StartPointPadding, LandsOnTheCentreDot) {
 INSTANTIATE_TEST_SUITE_P(Modes, StartPointPadding, ::testing::Values(0, 1),
                          [](const auto& i) { return label("mode_%d", i.param); });
 
-TEST_F(StartPoint, PicksTheNeighbouringSpacingThatFitsBetter) {
-    const cv::Mat img =
-        geomtest::renderBinary(geomtest::style(0.0, 14.0, cv::Size(240, 240), {120, 118}));
-    for (float start : {13.5f, 14.5f}) {
-        float gap = start;
-        EXPECT_GE(search(gap, img), 0);
-        EXPECT_EQ(gap, 14.0f) << start;
-    }
-}
-
 TEST_F(StartPoint, StatusCodes) {
     // Five rings at 13 px: half = 72, a 145-pixel template must be smaller than the image.
     float gap = 13.0f;

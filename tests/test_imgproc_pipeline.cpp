@@ -42,22 +42,6 @@ ChainRun runChain(cv::Mat input, const std::string& params, ImageProcessPipeline
 
 }  // namespace
 
-TEST(PreprocessChain, OneCentroidPerDotInDownsampledPixels) {
-    qbrender::CodeStyle style;
-    style.rotationDeg = 17.0;
-    ChainRun r = runChain(dotFrame(style), QBCODE_DEFAULT_PARAMS);
-    ASSERT_EQ(r.status, 0);
-    EXPECT_EQ(r.processed.size(), cv::Size(384, 288));
-    ASSERT_EQ(r.centroids.size(), 91u);
-    for (const cv::Point2d& off : qbrender::gridOffsets(5, style.spacing, style.rotationDeg)) {
-        // The resize maps pixel centres: out = (in + 0.5) * ratio - 0.5.
-        const cv::Point2f want((320 + off.y + 0.5) * 0.6 - 0.5, (240 + off.x + 0.5) * 0.6 - 0.5);
-        EXPECT_TRUE(std::any_of(r.centroids.begin(), r.centroids.end(), [&](const cv::Point2f& c) {
-            return cv::norm(c - want) < 0.5;
-        })) << want;
-    }
-}
-
 // Each sensitivity picks a fixed threshold whatever the file says; Otsu may only lower it.
 TEST(PreprocessChain, SensitivityPicksTheFixedThreshold) {
     for (const auto& [sensitivity, threshold] :

@@ -3,8 +3,6 @@
 // Also runs a no-code set where any success is a false read.
 #include <algorithm>
 #include <chrono>
-#include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
