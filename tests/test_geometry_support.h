@@ -1,13 +1,8 @@
 // Rendered inputs shared by the geometry tests.
 #pragma once
 
-#include <cmath>
-#include <cstdint>
-#include <vector>
-
-#include <opencv2/imgproc.hpp>
-
 #include "qbcode_render.h"
+#include "test_support.h"
 
 namespace geomtest {
 

@@ -17,6 +17,19 @@ int countColour(const cv::Mat& img, cv::Vec3b colour) {
     return cv::countNonZero(hit);
 }
 
+// A whole run with some keys of the "AlgPipeline" section replaced.
+int runWith(const std::vector<std::pair<std::string, std::string>>& keys) {
+    std::string text = defaultParams();
+    for (const auto& [key, value] : keys) text = setKey(text, "AlgPipeline", key, value.c_str());
+    qbrender::CodeStyle style;
+    style.rotationDeg = 21.0;
+    cv::Mat img = qbrender::renderCode(qbrender::randomBits(5), style);
+    std::vector<int> bits(91, 0);
+    cv::Rect roi;
+    AlgPipeline pipeline(writeFile("dbg_driver.yml", text));
+    return pipeline.Pipeline(img.data, img.rows, img.cols, bits.data(), 91, "result.bmp", roi);
+}
+
 }  // namespace
 
 // Only a dot read as 1 is framed green, marked at its centre and framed on the binary image.
@@ -37,57 +50,30 @@ TEST(Overlay, OnlyPositiveDotsAreFramedGreenAndMarkedOnTheBinary) {
     }
 }
 
-// Debug files of a whole run.
-class DriverFiles : public ::testing::Test {
-protected:
-    // One prefix per test: ctest runs the tests of this fixture side by side and SetUp deletes.
-    const std::string prefix =
-        tmpPath(std::string("dbg_") +
-                ::testing::UnitTest::GetInstance()->current_test_info()->name() + "_");
+// Only the chosen groups of debug files are written, under their names; a folder that cannot be
+// written to does not fail the run. Showing windows without a display is the hostile tests'.
+TEST(DriverFiles, OnlyTheChosenGroupsAreWrittenUnderTheirNames) {
+    const std::string prefix = tmpPath("dbg_"), savePath = "\"" + prefix + "\"";
     const std::vector<std::string> files = {
         "Bin_roi_result.bmp.jpg",      "binImg_rot_result.bmp.jpg", "procImg_rot_result.bmp.jpg",
         "_centerpoint_result.bmp.jpg", "_ori_result.bmp.jpg",       "_bin_result.bmp.jpg",
         "bits_array_result.bmp.txt"};
-
-    void SetUp() override {
-        for (const auto& f : files) std::remove((prefix + f).c_str());
-    }
-
-    // A whole run with some keys of the "AlgPipeline" section replaced.
-    int run(const std::vector<std::pair<std::string, std::string>>& keys) {
-        std::string text = defaultParams();
-        for (const auto& [key, value] : keys)
-            text = setKey(text, "AlgPipeline", key, value.c_str());
-        qbrender::CodeStyle style;
-        style.rotationDeg = 21.0;
-        cv::Mat img = qbrender::renderCode(qbrender::randomBits(5), style);
-        std::vector<int> bits(91, 0);
-        cv::Rect roi;
-        AlgPipeline pipeline(writeFile(prefix.substr(prefix.rfind('/') + 1) + ".yml", text));
-        return pipeline.Pipeline(img.data, img.rows, img.cols, bits.data(), 91, "result.bmp", roi);
-    }
-
-    bool exists(const std::string& name) { return !readFile(prefix + name).empty(); }
-};
-
-TEST_F(DriverFiles, OnlyTheChosenGroupsAreWrittenUnderTheirNames) {
-    ASSERT_EQ(run({{"imwriteOverlay", "1"}, {"savePath", "\"" + prefix + "\""}}), 0);
+    for (const auto& f : files) std::remove((prefix + f).c_str());
+    ASSERT_EQ(runWith({{"imwriteOverlay", "1"}, {"savePath", savePath}}), 0);
     for (const auto& f : files)
-        EXPECT_EQ(exists(f), f == "_ori_result.bmp.jpg" || f == "_bin_result.bmp.jpg") << f;
-    ASSERT_EQ(run({{"isWriteImg", "1"},
-                   {"imwriteOverlay", "1"},
-                   {"isWriteData", "1"},
-                   {"savePath", "\"" + prefix + "\""}}),
+        EXPECT_EQ(!readFile(prefix + f).empty(),
+                  f == "_ori_result.bmp.jpg" || f == "_bin_result.bmp.jpg")
+            << f;
+    ASSERT_EQ(runWith({{"isWriteImg", "1"},
+                       {"imwriteOverlay", "1"},
+                       {"isWriteData", "1"},
+                       {"savePath", savePath}}),
               0);
-    for (const auto& f : files) EXPECT_TRUE(exists(f)) << f;
+    for (const auto& f : files) EXPECT_FALSE(readFile(prefix + f).empty()) << f;
     EXPECT_EQ(cv::imread(prefix + "Bin_roi_result.bmp.jpg", cv::IMREAD_UNCHANGED).channels(), 1);
-}
-
-// Showing windows without a display is the hostile-input tests'.
-TEST_F(DriverFiles, AnUnwritableFolderDoesNotFailTheRun) {
     testing::internal::CaptureStdout();
     const int status =
-        run({{"isWriteImg", "1"}, {"imwriteOverlay", "1"}, {"savePath", "\"/nonexistent/\""}});
+        runWith({{"isWriteImg", "1"}, {"imwriteOverlay", "1"}, {"savePath", "\"/nonexistent/\""}});
     const std::string out = testing::internal::GetCapturedStdout();
     EXPECT_EQ(status, 0);
     EXPECT_NE(out.find("cannot write /nonexistent/_ori_result.bmp.jpg"), std::string::npos);

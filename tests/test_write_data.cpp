@@ -40,10 +40,9 @@ TEST(Dump, EveryDepthAndViews) {
     for (const auto& [m, text] : cases) EXPECT_EQ(dump(m), text) << m;
 }
 
-TEST(Dump, EmptyUnsupportedAndUnopenable) {
-    EXPECT_THROW(dump(cv::Mat()), cv::Exception);
-    EXPECT_EQ(readFile(dumpPath()), "");
-    EXPECT_THROW(dump(cv::Mat(2, 2, CV_16F, cv::Scalar(1))), cv::Exception);
+// A file that cannot be opened is reported, not thrown; the matrices the driver dumps are never
+// empty.
+TEST(Dump, UnopenableFileIsReported) {
     testing::internal::CaptureStdout();
     WriteData().saveAsText("/nonexistent/dir/x.txt", cv::Mat::ones(1, 1, CV_32F));
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
