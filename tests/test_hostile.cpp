@@ -77,25 +77,21 @@ struct FileCase {
     std::string badKey;                 // named by the reader; "" for none
 };
 
+FileCase text(const char* name, const std::string& body, int status,
+              const std::string& badKey = "") {
+    return {name, [=] { return writeFile(std::string("hostile_") + name + ".yml", body); }, status,
+            badKey};
+}
+
 FileCase set(const char* name, const char* section, const char* key, const std::string& value,
              int status, const std::string& badKey = "") {
-    return {name,
-            [=] {
-                return writeFile(std::string("hostile_") + name + ".yml",
-                                 paramsWith(section, key, value));
-            },
-            status, badKey};
+    return text(name, paramsWith(section, key, value), status, badKey);
 }
 
 // A value of the wrong type, which the reader names.
 FileCase typed(const char* name, const char* section, const char* key, const std::string& value,
                int status) {
     return set(name, section, key, value, status, std::string(section) + "." + key);
-}
-
-FileCase text(const char* name, const std::string& body, int status, const char* badKey = "") {
-    return {name, [=] { return writeFile(std::string("hostile_") + name + ".yml", body); }, status,
-            badKey};
 }
 
 std::string fifo() {

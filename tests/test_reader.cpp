@@ -1,5 +1,6 @@
-// The C++ reader: frames back to input pixels, options from a file, from text and from code, and
-// the full result on rendered codes.
+// The C++ reader: frames back to input pixels, options from a file, from text and from code,
+// every code of a frame, and the extended C call. Full results on rendered codes are the decode
+// tests'.
 
 #include "FrameChain.h"
 #include "ImageRotation.h"
@@ -63,55 +64,6 @@ TEST(FrameChain, FollowsThePixelsThroughEveryFrameAndBack) {
     for (int k = 0; k <= f; ++k) EXPECT_LT(cv::norm(chain.map(chain.map(p, f, k), k, f) - p), 1e-9);
     EXPECT_NEAR(chain.scaleToInput(f), 640.0 / 384.0, 1e-12);
 }
-
-struct Placement {
-    const char* name;
-    double rotation, spacing;
-    cv::Size size;
-    cv::Point2d centre;
-    bool preCrop;
-};
-
-class FullResult : public ::testing::TestWithParam<Placement> {};
-
-// The centre and the six corners of the outer ring land on the printed dots, in input pixels,
-// whatever the turn, the spacing, the downsampling and the fixed pre-crop did.
-TEST_P(FullResult, CentreAndCornersLandOnThePrintedDots) {
-    const Placement& p = GetParam();
-    qbrender::CodeStyle style = geomtest::style(p.rotation, p.spacing, p.size, p.centre);
-    const std::vector<int> bits = qbrender::randomBits(7);
-    const cv::Mat img = qbrender::renderCode(bits, style);
-    qbcode::ReaderOptions options = qbcode::ReaderOptions::fromFile(QBCODE_DEFAULT_PARAMS);
-    options.params().imgPreROI = p.preCrop ? 1 : 0;
-    const qbcode::Result r = readMat(img, options);
-    ASSERT_EQ(r.status, 0) << r.statusName();
-    EXPECT_EQ(r.bits, bits);
-    // The grid fitted to the detected dots places them to a fraction of a pixel.
-    const double tolerance = 1.0;
-    EXPECT_LT(distance(r.centre, p.centre), tolerance);
-    EXPECT_NEAR(r.spacing, p.spacing, 0.01 * p.spacing);
-    EXPECT_LE(std::fabs(geomtest::periodDiff(r.angle, p.rotation)), 0.5);
-    const std::vector<cv::Point2d> offsets = qbrender::gridOffsets(5, p.spacing, p.rotation);
-    for (const qbcode::Point& corner : r.corners) {
-        double nearest = 1e9;
-        for (int j = 0; j < 6; ++j) {
-            const cv::Point2d& o = offsets[61 + 5 * j];
-            nearest = std::min(nearest, distance(corner, p.centre + cv::Point2d(o.y, o.x)));
-        }
-        EXPECT_LT(nearest, tolerance) << corner.x << ", " << corner.y;
-    }
-    EXPECT_GE(r.evidence.correlation, 0.3);
-    EXPECT_EQ(r.evidence.fill.size(), bits.size());
-    EXPECT_GE(r.evidence.markerRatio, 2.0);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Placements, FullResult,
-    ::testing::Values(Placement{"Upright", 0, 22, {640, 480}, {320, 240}, false},
-                      Placement{"Turned37", 37, 24, {640, 480}, {300, 250}, false},
-                      Placement{"Turned113Wide", 113, 30, {640, 480}, {330, 236}, false},
-                      Placement{"PreCropOf1280x960", 71, 20, {1280, 960}, {640, 480}, true}),
-    [](const ::testing::TestParamInfo<Placement>& info) { return std::string(info.param.name); });
 
 TEST(ReaderOptions, TextFileAndDefaultsAgreeAndCodeCanChangeThem) {
     const qbcode::ReaderOptions fromFile = qbcode::ReaderOptions::fromFile(QBCODE_DEFAULT_PARAMS);
