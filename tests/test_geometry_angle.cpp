@@ -1,4 +1,5 @@
-// Image rotation, projection peaks, the angle search and the dot spacing derived from it.
+// Image rotation, the angle search and the dot spacing derived from it. Turns in place and the
+// spacing of codes at every angle are held by the frame-chain test and the reference reads.
 
 #include "ImageRotation.h"
 #include "PatternRotationCalculation.h"
@@ -89,22 +90,6 @@ INSTANTIATE_TEST_SUITE_P(Sizes, Rotation,
                              return label("%dx%d", i.param.width, i.param.height);
                          });
 
-// The driver turns images in place; the angle search may hand over views.
-TEST(RotationBuffers, InPlaceViewsAndMissingDestinations) {
-    ImageRotation rot;
-    const cv::Mat view = randomBinary(40, 50, 11)(cv::Rect(5, 3, 31, 29));  // not continuous
-    cv::Mat expected = cv::Mat::zeros(view.size(), CV_8U), unallocated, same = view.clone();
-    rot.fast_rotate(view.clone(), expected, 37.f);
-    rot.fast_rotate(view, unallocated, 37.f);
-    EXPECT_TRUE(geomtest::sameMat(unallocated, expected));
-    rot.fast_rotate(same, same, 37.f);
-    EXPECT_TRUE(geomtest::sameMat(same, expected));
-    cv::Mat src = view.clone(), separate;
-    rot.rotate(src, separate, 30.f);
-    rot.rotate(src, src, 30.f);
-    EXPECT_TRUE(geomtest::sameMat(src, separate));
-}
-
 // A rendered code at rotation phi comes back as phi modulo the grid's 60-degree period, its
 // spacing within 3 %, and turned by the angle found a second search finds 0.
 class AngleOfRenderedCode : public ::testing::TestWithParam<double> {};
@@ -125,24 +110,6 @@ TEST_P(AngleOfRenderedCode, IsFoundAndTurnsTheGridUpright) {
 INSTANTIATE_TEST_SUITE_P(Rotations, AngleOfRenderedCode,
                          ::testing::Values(0.0, 7.0, 31.0, 58.0, 104.0, 151.0, 179.0),
                          [](const auto& i) { return label("deg_%g", i.param); });
-
-// The companions of the best angle are the rows 60 and 120 degrees away, kept in 0..179. Every
-// other row holds a different spacing with more peaks, so one wrong row moves the median.
-TEST(Spacing, CompanionRowsOfTheBestAngle) {
-    for (const std::vector<int>& rows :
-         {std::vector<int>{60, 0, 120}, {119, 59, 179}, {120, 60, 0}}) {
-        cv::Mat scores = scoreRow(), table = peakTable();
-        for (int r = 0; r < 180; ++r) {
-            const bool companion = std::count(rows.begin(), rows.end(), r) > 0;
-            for (int i = 0; i < (companion ? 5 : 15); ++i)
-                table.at<float>(r, i) = 10.f + (companion ? 12.f : 20.f) * i;
-        }
-        scores.at<float>(0, rows[0]) = 1.f;
-        EXPECT_FLOAT_EQ(gapCalculation().gap_cal_M2(scores, table),
-                        static_cast<float>(12.0 * 1.1547))
-            << rows[0];
-    }
-}
 
 // The legacy-matrix variant's angle and spacing are checked end to end by the recognition run;
 // the thresholds of the peaks by the rendered codes above.

@@ -1,7 +1,5 @@
 // Golden reads: camera-like frames whose status, bits and box must come out the same on every
 // architecture the library is built for.
-#include <ostream>
-
 #include "qbcode_hexagon_recognition.h"
 #include "test_support.h"
 
@@ -23,13 +21,9 @@ std::vector<Golden> goldenTable() {
     std::ifstream in(QBCODE_GOLDEN_DIR "/expected.tsv");
     for (std::string line; std::getline(in, line);) {
         if (line.empty() || line[0] == '#') continue;
-        std::istringstream cols(line);
-        std::string file, status, bits, box;
-        std::getline(cols, file, '\t');
-        std::getline(cols, status, '\t');
-        std::getline(cols, bits, '\t');
-        std::getline(cols, box, '\t');
-        rows.push_back({file, status + '\t' + bits + '\t' + box});
+        // The last column names the options the frame was rendered with.
+        const size_t file = line.find('\t'), options = line.rfind('\t');
+        rows.push_back({line.substr(0, file), line.substr(file + 1, options - file - 1)});
     }
     return rows;
 }

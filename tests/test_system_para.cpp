@@ -6,27 +6,12 @@
 
 using namespace testsupport;
 
-TEST(SystemParaRead, EverySectionOfTheDefaultFileAndNoOther) {
-    SystemPara p(QBCODE_DEFAULT_PARAMS);
-    for (const char* s : {"LoadImages", "AlgPipeline", "PrintAnalPipeline", "ImageProcess",
-                          "PatternRotation", "PatternFeatures", "DotsTracking", "GeneratePoints",
-                          "BlobAnalysis", "PrintScoreCalculate"})
-        EXPECT_EQ(p.readPara(s), 1) << s;
-    EXPECT_EQ(p.layer, 5);
-    ASSERT_EQ(p.HessianScale.size(), 2u);
-    EXPECT_FLOAT_EQ(p.HessianScale[1], 3.0f);
-    EXPECT_EQ(p.savePath, "./");
-    EXPECT_EQ(p.readPara("NoSuchSection"), -1);
-    EXPECT_EQ(p.readPara("algpipeline"), -1);
-    SystemPara missing("/nonexistent/file.yml");
-    EXPECT_EQ(missing.readPara("AlgPipeline"), -1);
-    EXPECT_EQ(missing.layer, 0);
-}
-
-TEST(SystemParaRead, MissingSection) {
+TEST(SystemParaRead, MissingSectionUnknownSectionAndUnreadableFile) {
     std::string text = "%YAML:1.0\n---\nDotsTracking:\n   boxRatio: 0.3\n   Debug: 1\n";
     SystemPara p(writeFile("only_tracking.yml", text));
     EXPECT_EQ(p.readPara("AlgPipeline"), -2);
+    EXPECT_EQ(p.readPara("NoSuchSection"), -1);
+    EXPECT_EQ(SystemPara("/nonexistent/file.yml").readPara("DotsTracking"), -1);
     EXPECT_EQ(p.readPara("DotsTracking"), 1);
     EXPECT_FLOAT_EQ(p.boxRatio, 0.3f);
     EXPECT_EQ(p.track_Debug, 1);
