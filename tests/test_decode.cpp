@@ -6,8 +6,6 @@
 #include "test_geometry_support.h"
 #include "test_support.h"
 
-using namespace testsupport;
-
 namespace {
 
 // Random turns of every condition are the accuracy suite's and the reference reads'; here the

@@ -9,8 +9,6 @@
 #include "test_geometry_support.h"
 #include "test_support.h"
 
-using namespace testsupport;
-
 using geomtest::periodDiff;
 
 namespace {

@@ -5,8 +5,6 @@
 #include "test_geometry_support.h"
 #include "test_support.h"
 
-using namespace testsupport;
-
 using geomtest::sameMat;
 
 TEST(HexagonPoints, FirstRingStartsOnTheXAxisAndRunsCounterClockwise) {
@@ -27,22 +25,18 @@ TEST(HexagonPoints, FirstRingStartsOnTheXAxisAndRunsCounterClockwise) {
 }
 
 // Methods 2 and 3 enumerate the same grid their own way and must give method 1's rows.
-class GeneratorsAgree : public ::testing::TestWithParam<int> {};
-
-TEST_P(GeneratorsAgree, RowForRow) {
-    const int layer = GetParam();
+TEST(HexagonPoints, GeneratorsAgreeRowForRow) {
     const double g = 9.75;
-    Generate_Hexagon_points m1(cv::Point2d(3, -2), nullptr, g, layer);
-    Generate_Hexagon_pointsM2 m2(cv::Point2d(3, -2), nullptr, g, layer);
-    Generate_Hexagon_pointsM3 m3(cv::Point2d(3, -2), nullptr, g, layer);
-    m1.angle = m2.angle = m3.angle = 33.0;
-    cv::Mat a, b, c;
-    ASSERT_EQ(m1.Run(a), 1 + 3 * layer * (layer + 1));
-    ASSERT_EQ(m2.Run(b), a.rows);
-    ASSERT_EQ(m3.Run(c), a.rows);
-    EXPECT_LE(cv::norm(a, b, cv::NORM_INF), 1e-7 * g * (layer + 1));
-    EXPECT_LE(cv::norm(a, c, cv::NORM_INF), 1e-7 * g * (layer + 1));
+    for (int layer : {0, 1, 5, 9}) {
+        Generate_Hexagon_points m1(cv::Point2d(3, -2), nullptr, g, layer);
+        Generate_Hexagon_pointsM2 m2(cv::Point2d(3, -2), nullptr, g, layer);
+        Generate_Hexagon_pointsM3 m3(cv::Point2d(3, -2), nullptr, g, layer);
+        m1.angle = m2.angle = m3.angle = 33.0;
+        cv::Mat a, b, c;
+        ASSERT_EQ(m1.Run(a), 1 + 3 * layer * (layer + 1));
+        ASSERT_EQ(m2.Run(b), a.rows);
+        ASSERT_EQ(m3.Run(c), a.rows);
+        EXPECT_LE(cv::norm(a, b, cv::NORM_INF), 1e-7 * g * (layer + 1)) << layer;
+        EXPECT_LE(cv::norm(a, c, cv::NORM_INF), 1e-7 * g * (layer + 1)) << layer;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Layers, GeneratorsAgree, ::testing::Values(0, 1, 5, 9),
-                         [](const auto& i) { return label("rings_%d", i.param); });

@@ -4,8 +4,6 @@
 #include "ROI_Segment.h"
 #include "test_support.h"
 
-using namespace testsupport;
-
 // The region needs eight members; it is widened by rows / 9 and clipped short of the last
 // row and column. Null arrays and far-out coordinates are harmless.
 TEST(RoiSegment, SevenMembersGiveNothingEightGiveAClippedBox) {

@@ -6,12 +6,6 @@
 
 namespace geomtest {
 
-// About half the positions printed, like a real payload.
-inline std::vector<int> denseBits() {
-    return qbrender::payloadBits(
-        std::vector<uint8_t>{0x5a, 0xc3, 0x96, 0x7e, 0x3c, 0xa5, 0xf0, 0x69, 0xd2, 0x1b});
-}
-
 inline qbrender::CodeStyle style(double rotationDeg, double spacing, cv::Size size,
                                  cv::Point2d centre = cv::Point2d(-1, -1)) {
     qbrender::CodeStyle s;
@@ -23,8 +17,10 @@ inline qbrender::CodeStyle style(double rotationDeg, double spacing, cv::Size si
     return s;
 }
 
-inline cv::Mat renderBinary(const qbrender::CodeStyle& s,
-                            const std::vector<int>& bits = denseBits()) {
+// About half the positions printed, like a real payload.
+inline cv::Mat renderBinary(const qbrender::CodeStyle& s) {
+    const std::vector<int> bits = qbrender::payloadBits(
+        std::vector<uint8_t>{0x5a, 0xc3, 0x96, 0x7e, 0x3c, 0xa5, 0xf0, 0x69, 0xd2, 0x1b});
     cv::Mat bin;
     cv::threshold(qbrender::renderCode(bits, s), bin, 128, 255, cv::THRESH_BINARY);
     return bin;

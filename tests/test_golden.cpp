@@ -3,8 +3,6 @@
 #include "qbcode_hexagon_recognition.h"
 #include "test_support.h"
 
-using namespace testsupport;
-
 namespace {
 
 struct Golden {

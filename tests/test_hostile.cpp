@@ -13,8 +13,6 @@
 #include "qbcode_render.h"
 #include "test_support.h"
 
-using namespace testsupport;
-
 namespace {
 
 // Seconds a case may take on a busy machine: a stall never returns, a slow case does. A failed
@@ -261,9 +259,7 @@ TEST_P(HostileFile, ReturnsItsStatusInTime) {
     // The extended call: the same status wherever its bit array holds the code, and the key.
     qbcode_result full;
     const int s = qbcode_read(frame.data, frame.rows, frame.cols, 0, path.c_str(), &full);
-    if (full.bit_count <= QBCODE_MAX_BITS) {
-        EXPECT_EQ(s, c.status) << qbcode_status_name(s);
-    }
+    EXPECT_TRUE(full.bit_count > QBCODE_MAX_BITS || s == c.status) << qbcode_status_name(s);
     EXPECT_EQ(full.message, c.badKey);
 }
 

@@ -4,8 +4,6 @@
 #include "ImgBinary.h"
 #include "test_support.h"
 
-using namespace testsupport;
-
 namespace {
 
 // n square blobs of side `side` on a grid with 7 px pitch, 255 on 0.

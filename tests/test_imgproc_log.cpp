@@ -3,8 +3,6 @@
 #include "LogFilter.h"
 #include "test_support.h"
 
-using namespace testsupport;
-
 // The kernel follows the formula; scales it refuses are the hostile-input table's.
 TEST(LoGFilter, RefusalsAndTheMaximumOverScales) {
     LogFilter f;

@@ -5,8 +5,6 @@
 #include "NoiseRemover.h"
 #include "test_support.h"
 
-using namespace testsupport;
-
 TEST(Reconstruction, GrowsOnlyIntoConnectedMask) {
     cv::Mat mask = cv::Mat::zeros(20, 20, CV_8U), marker = cv::Mat::zeros(20, 20, CV_8U), out;
     mask(cv::Rect(1, 1, 6, 10)).setTo(200);

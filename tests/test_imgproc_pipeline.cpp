@@ -5,8 +5,6 @@
 #include "qbcode_render.h"
 #include "test_support.h"
 
-using namespace testsupport;
-
 namespace {
 
 // The default file with some "ImageProcess" keys replaced, written under a unique name.

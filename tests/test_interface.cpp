@@ -8,8 +8,6 @@
 #include "qbcode_hexagon_recognition.h"
 #include "test_support.h"
 
-using namespace testsupport;
-
 namespace {
 
 struct Call {

@@ -5,8 +5,6 @@
 #include "SystemPara.h"
 #include "test_support.h"
 
-using namespace testsupport;
-
 namespace {
 
 class Blobs : public ::testing::Test {

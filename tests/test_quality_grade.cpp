@@ -8,8 +8,6 @@
 #include "qbcode_render.h"
 #include "test_support.h"
 
-using namespace testsupport;
-
 namespace {
 
 const uint64_t kPayload = 0x5A5AF0F0FFFF3C3Cull;

@@ -4,8 +4,6 @@
 #include "bwlabel1.h"
 #include "test_support.h"
 
-using namespace testsupport;
-
 namespace {
 
 // Labels wrap modulo 256: the 255th region looks unlabelled and the 256th becomes 0. A larger

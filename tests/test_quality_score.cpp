@@ -4,8 +4,6 @@
 #include "SystemPara.h"
 #include "test_support.h"
 
-using namespace testsupport;
-
 namespace {
 
 const double kGap = 20.0;

@@ -11,8 +11,6 @@
 #include "test_geometry_support.h"
 #include "test_support.h"
 
-using namespace testsupport;
-
 namespace {
 
 cv::Point2d centroidOf(const cv::Mat& img) {

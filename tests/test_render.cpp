@@ -5,8 +5,6 @@
 #include "qbcode_render.h"
 #include "test_support.h"
 
-using namespace testsupport;
-
 // The renderer draws bit i at gridOffsets()[i] as (row, col); the reader samples bit i at row i
 // of the generator with column 0 as the image row. Both must agree for any angle and centre.
 class RenderOrder : public ::testing::TestWithParam<std::tuple<int, double>> {};

@@ -97,10 +97,7 @@ inline Command runCommand(int (*cmd)(int, char**), std::vector<std::string> args
     return c;
 }
 
-// Skips a test that opens windows when no display exists.
-inline bool hasDisplay() {
-    const char* d = std::getenv("DISPLAY");
-    return d != nullptr && *d != '\0';
-}
-
 }  // namespace testsupport
+
+// Test files only: the helpers read as part of the test language.
+using namespace testsupport;

@@ -4,8 +4,6 @@
 #include "SystemPara.h"
 #include "test_support.h"
 
-using namespace testsupport;
-
 TEST(SystemParaRead, MissingSectionUnknownSectionAndUnreadableFile) {
     std::string text = "%YAML:1.0\n---\nDotsTracking:\n   boxRatio: 0.3\n   Debug: 1\n";
     SystemPara p(writeFile("only_tracking.yml", text));

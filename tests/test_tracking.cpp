@@ -8,8 +8,6 @@
 #include "test_geometry_support.h"
 #include "test_support.h"
 
-using namespace testsupport;
-
 namespace {
 
 // A 6 x n matrix whose row k has `on` of the printed markers and `off` of the blank ones set.
@@ -33,12 +31,6 @@ protected:
     Hexagon_Dots_tracking tracker{&para, 22.0, 320, 240, 5};
     std::vector<int> code = qbrender::payloadBits(0x5a17c3e9b2d4f086ULL);
     cv::Mat bits, boxes;
-
-    static std::vector<int> rowBits(const cv::Mat& m) {
-        std::vector<int> v;
-        m.convertTo(v, CV_32S);
-        return v;
-    }
 
     cv::Mat render(double rotation, double spacing = 22.0) {
         return qbrender::renderCode(code,
@@ -106,7 +98,8 @@ TEST_P(TrackTurned, UndoesTheTurnOfTheCode) {
     cv::Mat img = render(60.0 * c.turns, c.spacing);
     EXPECT_EQ(t.Run(img, cv::Mat(), bits, boxes, false), c.turns);
     const int n = 1 + 3 * c.rings * (c.rings + 1);
-    EXPECT_EQ(rowBits(bits), std::vector<int>(code.begin(), code.begin() + n));
+    EXPECT_EQ(std::vector<int>(bits.begin<double>(), bits.end<double>()),
+              std::vector<int>(code.begin(), code.begin() + n));
     ASSERT_EQ(boxes.size(), cv::Size(4, n));
     const cv::Mat centre = (cv::Mat_<double>(1, 4) << 320 - c.r, 240 - c.r, 320 + c.r, 240 + c.r);
     EXPECT_LE(cv::norm(boxes.row(0), centre, cv::NORM_INF), 1e-9);

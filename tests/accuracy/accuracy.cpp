@@ -3,11 +3,11 @@
 // Also runs a no-code set where any success is a false read.
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iomanip>
 #include <iostream>
 #include <map>
 #include <random>
@@ -448,10 +448,8 @@ int main(int argc, char** argv) {
     std::vector<Outcome> outcomes;
     std::ofstream csv(outDir + "/accuracy.csv");
     csv << "condition,set,images,exact_rate,wrong_rate,median_ms,statuses\n";
-    std::cout << std::left << std::setw(26) << "condition" << std::setw(9) << "set" << std::right
-              << std::setw(7) << "images" << std::setw(10) << "decode%" << std::setw(9) << "wrong%"
-              << std::setw(10) << "med ms"
-              << "  statuses\n";
+    const char* row = "%-26s%-9s%7s%10s%9s%10s  %s\n";
+    std::printf(row, "condition", "set", "images", "decode%", "wrong%", "med ms", "statuses");
     bool ok = true;
     std::vector<std::string> reference;
     for (const auto& c : conds) {
@@ -465,10 +463,9 @@ int main(int argc, char** argv) {
         // A no-code set reports the share of images read as no code, and its false reads.
         const double shownRate = c.set == "nocode" ? 100.0 - falseReads : exact;
         const double shownWrong = c.set == "nocode" ? falseReads : wrong;
-        std::cout << std::left << std::setw(26) << c.name << std::setw(9) << c.set << std::right
-                  << std::setw(7) << o.images << std::fixed << std::setprecision(1) << std::setw(10)
-                  << shownRate << std::setw(9) << shownWrong << std::setw(10) << median(o.ms)
-                  << "  " << histogram(o.statuses) << "\n";
+        std::printf(row, c.name.c_str(), c.set.c_str(), std::to_string(o.images).c_str(),
+                    cv::format("%.1f", shownRate).c_str(), cv::format("%.1f", shownWrong).c_str(),
+                    cv::format("%.1f", median(o.ms)).c_str(), histogram(o.statuses).c_str());
         csv << '"' << c.name << "\"," << c.set << ',' << o.images << ','
             << (c.set == "nocode" ? 0.0 : exact / 100.0) << ',' << shownWrong / 100.0 << ','
             << median(o.ms) << ",\"" << histogram(o.statuses) << "\"\n";
@@ -481,7 +478,6 @@ int main(int argc, char** argv) {
         if ((c.set == "cut" || c.set == "camera") && o.wrong > 0) ok = false;
         outcomes.push_back(std::move(o));
     }
-    std::cout << std::defaultfloat;
     writePlot(outDir + "/accuracy.png", conds, outcomes);
     std::cout << "table: " << outDir << "/accuracy.csv, plot: " << outDir
               << "/accuracy.png, failures: " << outDir << "/failed/\n";

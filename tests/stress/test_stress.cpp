@@ -9,8 +9,6 @@
 #include "qbcode_render.h"
 #include "../test_support.h"
 
-using namespace testsupport;
-
 namespace {
 
 // A small frame keeps the sanitizer builds quick.
@@ -46,6 +44,13 @@ std::string readBoth(const cv::Mat& img, const std::string& params) {
     return out.str();
 }
 
+long residentKb() {
+    std::ifstream in("/proc/self/statm");
+    long pages = 0, resident = 0;
+    in >> pages >> resident;
+    return resident * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
 }  // namespace
 
 TEST(Stress, EightThreadsMatchOneThread) {
@@ -73,17 +78,6 @@ TEST(Stress, EightThreadsMatchOneThread) {
     for (std::thread& th : threads) th.join();
     EXPECT_EQ(mismatches.load(), 0);
 }
-
-namespace {
-
-long residentKb() {
-    std::ifstream in("/proc/self/statm");
-    long pages = 0, resident = 0;
-    in >> pages >> resident;
-    return resident * (sysconf(_SC_PAGESIZE) / 1024);
-}
-
-}  // namespace
 
 // Valid and invalid calls mixed: LeakSanitizer checks the exit in the sanitizer build, the
 // resident size is checked here.
