@@ -127,4 +127,6 @@ TEST(AngleAndSpacing, StatusCodes) {
     EXPECT_FLOAT_EQ(gaps.gap_cal_M2(scores, cv::Mat::zeros(179, 19, CV_32F)), -312.f);
     table.col(0).setTo(50.f);  // a single peak per row gives no candidate
     EXPECT_FLOAT_EQ(gaps.gap_cal(scores, table), -313.f);
+    std::vector<float> w = {1.9f, 1.9f, 1.9f};
+    EXPECT_FLOAT_EQ(gaps.gap_mean_cal(w), 1.f);  // lossy: 0+1.9 -> 1, 1+1.9 -> 2, 2+1.9 -> 3
 }

@@ -1,5 +1,4 @@
-// Normalisation and blob centroids. Blobs on the frame edge are held by the hostile codes cut by
-// the frame.
+// Normalisation, blob centroids and the clearing of blobs on the frame edge.
 
 #include "ImgBinary.h"
 #include "test_support.h"
@@ -51,4 +50,16 @@ TEST(BlobCentroid, CountsAndPositions) {
         const bool erased = p.status != -143 && p.side <= 3;
         EXPECT_EQ(cv::countNonZero(bin), erased ? 0 : before) << p.count;
     }
+}
+
+TEST(ImgBinaryBorder, ClearsBlobsTouchingTheFrame) {
+    cv::Mat img = cv::Mat::zeros(20, 30, CV_8U), thin(1, 9, CV_8U, cv::Scalar(255));
+    img(cv::Rect(0, 5, 3, 3)).setTo(255);    // left edge
+    img(cv::Rect(27, 17, 3, 3)).setTo(255);  // bottom-right corner
+    img(cv::Rect(12, 8, 4, 4)).setTo(255);   // inside
+    ImgBinary().remove_board(img);
+    EXPECT_EQ(cv::countNonZero(img), 16);
+    EXPECT_EQ(cv::countNonZero(img(cv::Rect(12, 8, 4, 4))), 16);
+    ImgBinary().remove_board(thin);
+    EXPECT_EQ(cv::countNonZero(thin), 0);
 }

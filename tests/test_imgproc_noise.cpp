@@ -1,5 +1,5 @@
-// Reconstruction by dilation. Resizing, opening and smoothing are OpenCV calls, held by the
-// golden reads; the driver refuses frames too small for them before any stage runs.
+// Reconstruction by dilation, and how the filters refuse. What they compute is OpenCV's, held by
+// the golden reads; the driver refuses frames too small for them before any stage runs.
 
 #include "ImgBinary.h"
 #include "NoiseRemover.h"
@@ -21,4 +21,29 @@ TEST(Reconstruction, GrowsOnlyIntoConnectedMask) {
     EXPECT_EQ(n.imreconstruct(empty, mask, out), -113);
     EXPECT_EQ(n.imreconstruct(small, mask, out), -113);
     EXPECT_EQ(n.imreconstruct(nanMask, nanMask, out), 0);  // ends although NaN never compares
+}
+
+// Where OpenCV cannot run a filter, dst is left empty rather than an exception thrown; a negative
+// sigma is taken as its negation, in the member too.
+TEST(NoiseRemover, FiltersRefuseQuietlyAndFlipANegativeSigma) {
+    NoiseRemover n;
+    cv::Mat img(30, 30, CV_8U), dst, want, empty;
+    cv::RNG(4).fill(img, cv::RNG::UNIFORM, 0, 256);
+    n.setGaussFilter_ksize({5, 5});
+    n.setGaussFilter_sigma(-2.0);
+    n.gaussfilt2(img, dst);
+    EXPECT_EQ(n.getGaussFilter_sigma(), 2.0);
+    cv::GaussianBlur(img, want, {5, 5}, 2.0);
+    EXPECT_EQ(cv::norm(dst, want, cv::NORM_INF), 0);
+    n.setGaussFilter_ksize({4, 4});
+    n.gaussfilt2(img, dst);
+    EXPECT_TRUE(dst.empty());
+    for (int size : {-1, 4}) {
+        n.setMedfilterSize(size);
+        n.medfilt2(img, dst);
+        EXPECT_TRUE(dst.empty()) << size;
+    }
+    n.setMedfilterSize(3);
+    n.medfilt2(empty, dst);
+    EXPECT_TRUE(dst.empty());
 }

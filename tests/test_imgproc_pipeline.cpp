@@ -58,8 +58,8 @@ TEST(PreprocessChain, SensitivityPicksTheFixedThreshold) {
 }
 
 TEST(PreprocessSize, RestrictionFixedCropMissingSectionAndRatios) {
+    // A landscape frame under the restriction is the hostile table's; a portrait one passes.
     const std::string strict = imageParams("strict", {{"imgSizeRestrict", "1"}});
-    EXPECT_EQ(runChain(cv::Mat(480, 640, CV_8U, cv::Scalar(0)), strict).status, -102);
     EXPECT_NE(runChain(cv::Mat(640, 480, CV_8U, cv::Scalar(0)), strict).status, -102);
 
     const std::string crop = imageParams("crop", {{"imgPreROI", "1"}});
@@ -75,10 +75,8 @@ TEST(PreprocessSize, RestrictionFixedCropMissingSectionAndRatios) {
     const std::string params =
         writeFile("imgproc_nosection.yml", "%YAML:1.0\n---\nAlgPipeline:\n   debug: 0\n");
     EXPECT_EQ(runChain(dotFrame(), params).status, -2);
-    // Sizes and contents of every kind are the hostile-input table's; here the ratios it leaves
-    // out.
-    for (const char* bad : {"0", "0.001"})
-        EXPECT_EQ(runChain(dotFrame(), imageParams("ratio", {{"DnRatio", bad}})).status, -112);
+    // Sizes and contents of every kind are the hostile-input table's; here a ratio it leaves out.
+    EXPECT_EQ(runChain(dotFrame(), imageParams("ratio", {{"DnRatio", "0.001"}})).status, -112);
     r = runChain(dotFrame(), imageParams("ratio", {{"DnRatio", "0.55"}}));
     ASSERT_EQ(r.status, 0);
     EXPECT_EQ(r.processed.size(), cv::Size(352, 264));  // 640 x 0.55 = 352, 480 x 0.55 = 264

@@ -1,4 +1,4 @@
-// Blob analysis: refusals and degenerate blobs. What it measures of real dots, and how
+// Blob analysis: refusals, intensity and degenerate blobs. What it measures of real dots, and how
 // touching dots share a blob, is held by the print-grade tests.
 
 #include "BlobAnalysis.h"
@@ -46,6 +46,16 @@ TEST_F(Blobs, RefusesMissingConfigurationAndUnusableInput) {
     far.at<double>(1, 0) = 1e300;
     far.at<double>(2, 1) = NAN;
     EXPECT_EQ(analyse(bin, far), 0);
+}
+
+// The mean of the seven brightest pixels of a label; a one-pixel label has none.
+TEST_F(Blobs, IntensityOfTheBrightestPixels) {
+    cv::Mat dots = cv::Mat::zeros(2, 10, CV_32F), grey(2, 10, CV_8U);
+    for (int i = 0; i < 10; ++i) grey.at<uchar>(0, i) = static_cast<uchar>(i + 1);
+    dots.row(0).setTo(4);
+    dots.at<float>(1, 3) = 5;
+    EXPECT_DOUBLE_EQ(blobs.dotIntensityCal(dots, grey, 4), (10 + 9 + 8 + 7 + 6 + 5 + 4) / 7.0);
+    EXPECT_TRUE(std::isnan(blobs.dotIntensityCal(dots, grey, 5)));
 }
 
 // Specks, lines and 2 x 2 squares: no ellipse fit, no NaN box. A second run keeps the records
