@@ -8,13 +8,7 @@ namespace geomtest {
 
 inline qbrender::CodeStyle style(double rotationDeg, double spacing, cv::Size size,
                                  cv::Point2d centre = cv::Point2d(-1, -1)) {
-    qbrender::CodeStyle s;
-    s.spacing = spacing;
-    s.dotDiameter = 0.6 * spacing;
-    s.rotationDeg = rotationDeg;
-    s.size = size;
-    s.centre = centre;
-    return s;
+    return qbrender::CodeStyle{spacing, 0.6 * spacing, rotationDeg, centre, size};
 }
 
 // About half the positions printed, like a real payload.

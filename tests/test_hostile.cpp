@@ -28,12 +28,7 @@ constexpr double kCaseSeconds = 5.0;
 
 cv::Mat codeFrame(double rotation = 17.0, cv::Point2d centre = {-1, -1}, double spacing = 22.0,
                   cv::Size size = {640, 480}) {
-    qbrender::CodeStyle style;
-    style.rotationDeg = rotation;
-    style.centre = centre;
-    style.spacing = spacing;
-    style.dotDiameter = spacing * 0.6;
-    style.size = size;
+    const qbrender::CodeStyle style{spacing, spacing * 0.6, rotation, centre, size};
     return qbrender::renderCamera(qbrender::randomBits(11), style, qbrender::typicalCamera(3));
 }
 

@@ -7,28 +7,20 @@
 
 // The renderer draws bit i at gridOffsets()[i] as (row, col); the reader samples bit i at row i
 // of the generator with column 0 as the image row. Both must agree for any angle and centre.
-class RenderOrder : public ::testing::TestWithParam<std::tuple<int, double>> {};
-
-TEST_P(RenderOrder, MatchesTheHexagonGenerator) {
-    const auto [layers, angle] = GetParam();
+TEST(RenderOrder, MatchesTheHexagonGenerator) {
     const cv::Point2d centre(123.25, 87.5);
-    Generate_Hexagon_points gen(centre, nullptr, 17.5, layers);
-    gen.angle = angle;
-    cv::Mat pts;
-    const int n = gen.Run(pts);
-    const auto offsets = qbrender::gridOffsets(layers, 17.5, angle);
-    ASSERT_EQ(n, static_cast<int>(offsets.size()));
-    for (int i = 0; i < n; ++i)
-        EXPECT_LE(cv::norm(centre + offsets[i] - pts.ptr<cv::Point2d>(i)[0]), 1e-6) << i;
+    for (int layers : {0, 1, 5, 7})
+        for (double angle : {0.0, 23.5, 300.0, -45.0}) {
+            Generate_Hexagon_points gen(centre, nullptr, 17.5, layers);
+            gen.angle = angle;
+            cv::Mat pts;
+            const auto offsets = qbrender::gridOffsets(layers, 17.5, angle);
+            ASSERT_EQ(gen.Run(pts), static_cast<int>(offsets.size()));
+            for (int i = 0; i < pts.rows; ++i)
+                EXPECT_LE(cv::norm(centre + offsets[i] - pts.ptr<cv::Point2d>(i)[0]), 1e-6)
+                    << layers << " rings, " << angle << " deg, position " << i;
+        }
 }
-
-INSTANTIATE_TEST_SUITE_P(RingsAndAngles, RenderOrder,
-                         ::testing::Combine(::testing::Values(0, 1, 5, 7),
-                                            ::testing::Values(0.0, 23.5, 300.0, -45.0)),
-                         [](const auto& i) {
-                             return label("rings_%d_deg_%g", std::get<0>(i.param),
-                                          std::get<1>(i.param));
-                         });
 
 // Where each bit lands is held by the order above and by every read of a rendering; here the
 // inputs that draw nothing.

@@ -54,34 +54,24 @@ TEST_F(Tracking, MissingSectionFailsRunAndTouchesNothing) {
 }
 
 // The row of the orientation whose printed markers outnumber the blank ones seen at least two
-// to one, the best such ratio winning.
-struct MarkerCase {
-    std::vector<std::pair<int, int>> rows;  // (printed markers seen, blank markers seen)
-    int expected;
-};
-class MarkerRule : public Tracking, public ::testing::WithParamInterface<MarkerCase> {};
-
-TEST_P(MarkerRule, PicksTheBestRatioOfAtLeastTwo) {
-    bits = cv::Mat::zeros(1, 91, CV_64F);
-    const cv::Mat rows = GetParam().rows.empty() ? cv::Mat() : markerRows(GetParam().rows);
-    const int idx = tracker.hexagon_outputD(rows, bits);
-    EXPECT_EQ(idx, GetParam().expected);
-    EXPECT_EQ(bits.at<double>(0, 90), idx >= 0 ? 10.0 + idx : 0.0);
+// to one, the best such ratio winning; the row is copied out.
+TEST_F(Tracking, MarkerRulePicksTheBestRatioOfAtLeastTwo) {
+    using Rows = std::vector<std::pair<int, int>>;  // (printed markers seen, blank markers seen)
+    const std::pair<Rows, int> cases[] = {
+        {{{2, 0}}, 0},                                           // 2 / 1 = 2.0 is enough
+        {{{3, 2}}, -1},                                          // 1.5 is not
+        {{{1, 0}, {4, 2}, {0, 0}}, 1},                           // 2.0 exactly
+        {{{5, 0}, {3, 1}, {2, 0}}, 0},                           // a later weaker row loses
+        {{{6, 0}, {6, 1}}, 1},                                   // tie: later
+        {{{0, 0}, {0, 0}, {0, 0}, {0, 0}, {0, 0}, {0, 0}}, -1},  // nothing seen
+        {{}, -1}};                                               // no rows
+    for (const auto& [rows, expected] : cases) {
+        bits = cv::Mat::zeros(1, 91, CV_64F);
+        const int idx = tracker.hexagon_outputD(rows.empty() ? cv::Mat() : markerRows(rows), bits);
+        EXPECT_EQ(idx, expected) << rows.size() << " rows";
+        EXPECT_EQ(bits.at<double>(0, 90), idx >= 0 ? 10.0 + idx : 0.0);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Ratios, MarkerRule,
-    ::testing::Values(MarkerCase{{{2, 0}}, 0},                  // 2 / 1 = 2.0 is enough
-                      MarkerCase{{{3, 2}}, -1},                 // 1.5 is not
-                      MarkerCase{{{1, 0}, {4, 2}, {0, 0}}, 1},  // 2.0 exactly
-                      MarkerCase{{{5, 0}, {3, 1}, {2, 0}}, 0},  // a later weaker row loses
-                      MarkerCase{{{6, 0}, {6, 1}}, 1},          // tie: later
-                      MarkerCase{{{0, 0}, {0, 0}, {0, 0}, {0, 0}, {0, 0}, {0, 0}}, -1},
-                      MarkerCase{{}, -1}),  // no rows
-    [](const auto& i) {
-        return label("rows_%d_case_%d", static_cast<int>(i.param.rows.size()),
-                     static_cast<int>(i.index));
-    });
 
 // Each turn of the code by 60 degrees is undone; the box radius is ceil(spacing / 3), or
 // spacing / 3.5 below 16. Fewer rings read the inner part of the code.

@@ -20,6 +20,7 @@
 
 #include "qbcode_hexagon_recognition.h"
 #include "qbcode_render.h"
+#include "../read_line.h"
 
 namespace fs = std::filesystem;
 
@@ -266,20 +267,6 @@ std::vector<Condition> buildConditions(const std::vector<cv::Mat>& photos) {
     return c;
 }
 
-// One line per image of the reference table: condition, index, status, bits (hex), box.
-std::string referenceLine(const std::string& cond, int index, int status,
-                          const std::vector<int>& bits, const int* box) {
-    std::ostringstream line;
-    line << cond << '\t' << index << '\t' << status << '\t';
-    for (size_t i = 0; i < bits.size(); i += 4) {
-        int nibble = 0;
-        for (size_t k = i; k < i + 4 && k < bits.size(); ++k) nibble = nibble * 2 + (bits[k] != 0);
-        line << "0123456789abcdef"[nibble];
-    }
-    line << '\t' << box[0] << ' ' << box[1] << ' ' << box[2] << ' ' << box[3];
-    return line.str();
-}
-
 Outcome run(const Condition& cond, int images, uint64_t seed, const std::string& params,
             const std::string& failDir, int keepFailures, std::vector<std::string>* reference) {
     Outcome o;
@@ -296,7 +283,10 @@ Outcome run(const Condition& cond, int images, uint64_t seed, const std::string&
         o.ms.push_back(std::chrono::duration<double, std::milli>(t1 - t0).count());
         ++o.images;
         ++o.statuses[status];
-        if (reference) reference->push_back(referenceLine(cond.name, i, status, bits, box));
+        // One line per image of the reference table: condition, index, then the read.
+        if (reference)
+            reference->push_back(cond.name + '\t' + std::to_string(i) + '\t' +
+                                 readLine(status, bits, box));
         const bool success = status == 0;
         const bool exact = success && !s.bits.empty() && bits == s.bits;
         if (exact) ++o.exact;

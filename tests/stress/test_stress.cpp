@@ -13,11 +13,8 @@ namespace {
 
 // A small frame keeps the sanitizer builds quick.
 cv::Mat frame(uint64_t payload, double rotation) {
-    qbrender::CodeStyle style;
-    style.size = cv::Size(360, 320);
-    style.spacing = 20.0;
-    style.dotDiameter = 12.0;
-    style.rotationDeg = rotation;
+    // Spacing, dot diameter, turn, centre (the middle) and size.
+    const qbrender::CodeStyle style{20.0, 12.0, rotation, {-1, -1}, {360, 320}};
     qbrender::CameraOptions camera = qbrender::typicalCamera(payload);
     camera.jpegQuality = 0;  // the codecs' GDAL plugin is no part of the reader
     return qbrender::renderCamera(qbrender::randomBits(payload), style, camera);
