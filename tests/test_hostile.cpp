@@ -97,15 +97,15 @@ std::string fifo() {
 const std::string kDefault = defaultParams();
 
 // A path that names no plain file; "@..." names one made here.
-FileCase special(const char* name, const std::string& spec, int status) {
+FileCase special(const char* name, const std::string& what, int status) {
     return {name,
-            [spec] {
-                if (spec == "@directory") return tmpPath("");
-                if (spec == "@fifo") return fifo();
-                if (spec == "@through_a_file")
+            [what] {
+                if (what == "@directory") return tmpPath("");
+                if (what == "@fifo") return fifo();
+                if (what == "@through_a_file")
                     return writeFile("hostile_plain.yml", kDefault) + "/x.yml";
-                if (spec == "@long") return tmpPath(std::string(5000, 'n'));
-                if (spec != "@dangling_link") return spec;
+                if (what == "@long") return tmpPath(std::string(5000, 'n'));
+                if (what != "@dangling_link") return what;
                 const std::string p = tmpPath("hostile_link.yml");
                 unlink(p.c_str());
                 EXPECT_EQ(symlink("/nonexistent/target.yml", p.c_str()), 0);
