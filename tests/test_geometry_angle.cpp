@@ -1,10 +1,5 @@
-// Image rotation, projection peaks, the angle search and the dot spacing derived from it.
-#include <algorithm>
-#include <cmath>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <opencv2/imgproc.hpp>
+// Image rotation, the angle search and the dot spacing derived from it. Turns in place and the
+// spacing of codes at every angle are held by the frame-chain test and the reference reads.
 
 #include "ImageRotation.h"
 #include "PatternRotationCalculation.h"
@@ -50,12 +45,6 @@ cv::Mat plainRotation(const cv::Mat& src, float angle) {
     return out;
 }
 
-// One symmetric peak of height v whose slope crossing lies at start + 2.5.
-void addPeak(cv::Mat& proj, int start, float v) {
-    const float shape[6] = {v / 4, v / 2, v, v, v / 2, v / 4};
-    for (int i = 0; i < 6; ++i) proj.at<float>(0, start + i) = shape[i];
-}
-
 cv::Mat scoreRow() {
     return cv::Mat::zeros(1, 180, CV_32F);
 }
@@ -68,179 +57,65 @@ cv::Mat peakTable() {
 // Every angle, exact: the four-row walk against the plain walk, and the fused column sums
 // against the turned image reduced by OpenCV. The source is an exact-size buffer so that the
 // sanitizer sees any read past its end. Angle 0 is the identity.
-class Rotation : public ::testing::TestWithParam<cv::Size> {};
-
-TEST_P(Rotation, FastRoutesMatchThePlainWalkAndEachOther) {
-    const cv::Mat img = randomBinary(GetParam().height, GetParam().width, 7);
-    ImageRotation rot;
-    cv::Mat fast;
-    rot.fast_rotate(img, fast, 0.f);
-    EXPECT_TRUE(geomtest::sameMat(fast, img));
-
-    std::vector<unsigned char> src(img.datastart, img.dataend), out(src.size());
-    const auto H = static_cast<unsigned short>(img.rows), W = static_cast<unsigned short>(img.cols);
-    std::vector<float> sums(W);
-    PeakDetector projector;
-    for (float angle = -7.5f; angle < 360.f; angle += 3.25f) {
-        rot.fast_rotate_image(out.data(), src.data(), H, W, angle);
-        const cv::Mat turned(H, W, CV_8U, out.data());
-        ASSERT_EQ(cv::countNonZero(turned != plainRotation(img, angle)), 0) << angle;
-        rot.fast_rotate_project(sums.data(), src.data(), H, W, angle);
-        cv::Mat turnedCopy = turned.clone(), proj;
-        projector.imageProject(turnedCopy, proj, 0);
-        for (int c = 0; c < W; ++c) ASSERT_EQ(sums[c], proj.at<float>(0, c)) << angle << " " << c;
+TEST(Rotation, FastRoutesMatchThePlainWalkAndEachOther) {
+    for (cv::Size size :
+         {cv::Size(1, 1), cv::Size(7, 1), cv::Size(1, 6), cv::Size(65, 64), cv::Size(131, 97)}) {
+        const cv::Mat img = randomBinary(size.height, size.width, 7);
+        ImageRotation rot;
+        cv::Mat fast;
+        rot.fast_rotate(img, fast, 0.f);
+        EXPECT_TRUE(geomtest::sameMat(fast, img)) << size;
+        std::vector<unsigned char> src(img.datastart, img.dataend), out(src.size());
+        const auto H = static_cast<unsigned short>(img.rows),
+                   W = static_cast<unsigned short>(img.cols);
+        std::vector<float> sums(W);
+        for (float angle = -7.5f; angle < 360.f; angle += 3.25f) {
+            rot.fast_rotate_image(out.data(), src.data(), H, W, angle);
+            const cv::Mat turned(H, W, CV_8U, out.data());
+            ASSERT_EQ(cv::countNonZero(turned != plainRotation(img, angle)), 0) << size << angle;
+            rot.fast_rotate_project(sums.data(), src.data(), H, W, angle);
+            cv::Mat turnedCopy = turned.clone(), proj;
+            PeakDetector().imageProject(turnedCopy, proj, 0);
+            for (int c = 0; c < W; ++c) ASSERT_EQ(sums[c], proj.at<float>(0, c)) << size << angle;
+        }
     }
-}
-
-INSTANTIATE_TEST_SUITE_P(Sizes, Rotation,
-                         ::testing::Values(cv::Size(1, 1), cv::Size(7, 1), cv::Size(1, 6),
-                                           cv::Size(65, 64), cv::Size(131, 97)),
-                         [](const auto& i) {
-                             return testsupport::label("%dx%d", i.param.width, i.param.height);
-                         });
-
-// The driver turns images in place; the angle search may hand over views.
-TEST(RotationBuffers, InPlaceViewsAndMissingDestinations) {
-    cv::Mat img = randomBinary(50, 70, 5), separate;
-    ImageRotation rot;
-    rot.rotate(img, separate, 30.f);
-    rot.rotate(img, img, 30.f);
-    EXPECT_EQ(cv::countNonZero(img != separate), 0);
-
-    const cv::Mat view = randomBinary(40, 50, 11)(cv::Rect(5, 3, 31, 29));  // not continuous
-    cv::Mat expected = cv::Mat::zeros(view.size(), CV_8U), unallocated, same = view.clone();
-    rot.fast_rotate(view.clone(), expected, 37.f);
-    rot.fast_rotate(view, unallocated, 37.f);
-    EXPECT_EQ(cv::countNonZero(unallocated != expected), 0);
-    rot.fast_rotate(same, same, 37.f);
-    EXPECT_EQ(cv::countNonZero(same != expected), 0);
-}
-
-TEST(FindPeaks, StrictThresholdTwentyLeftmostAndDegenerateInputs) {
-    cv::Mat proj = cv::Mat::zeros(1, 270, CV_32F), peaks = cv::Mat::zeros(20, 4, CV_32F);
-    addPeak(proj, 12, 1200.f);
-    EXPECT_EQ(findPeaks(proj, peaks, 1200.f, 4), 0);
-    ASSERT_EQ(findPeaks(proj, peaks, 1199.f, 4), 1);
-    EXPECT_TRUE(geomtest::sameMat(peaks.row(0),
-                                  cv::Mat((cv::Mat_<float>(1, 4) << 0.f, 14.5f, 1200.f, 4.f))));
-    EXPECT_EQ(findPeaks(proj, peaks, 0.f, 0), 0);  // zero filter width
-    for (int n : {0, 1, 3, 9}) {
-        cv::Mat flat(1, n, CV_32F, cv::Scalar(5000.f));
-        EXPECT_EQ(findPeaks(flat, peaks, 0.f, 4), 0) << n;
-    }
-
-    proj.setTo(0);
-    for (int i = 0; i < 25; ++i) addPeak(proj, 5 + 10 * i, 2000.f + i);
-    cv::Mat many = cv::Mat::zeros(180, 4, CV_32F), fewRows = cv::Mat::zeros(2, 4, CV_32F);
-    ASSERT_EQ(findPeaks(proj, many, 1200.f, 4), 20);
-    EXPECT_FLOAT_EQ(many.at<float>(19, 1), 5 + 190 + 2.5f);
-    EXPECT_FLOAT_EQ(many.at<float>(20, 1), 0.f);
-    EXPECT_EQ(findPeaks(proj, fewRows, 0.f, 4), 2);
-}
-
-TEST(PeakDetectorScore, SumsTheThreeHighestPeaksAndRecordsAllPositions) {
-    cv::Mat proj = cv::Mat::zeros(1, 60, CV_32F), scores = scoreRow(), table = peakTable();
-    const float heights[] = {2000.f, 3000.f, 2500.f, 1500.f};
-    for (int i = 0; i < 4; ++i) addPeak(proj, 5 + 12 * i, heights[i]);
-    PeakDetector det;
-    det.setParas(1200.f, 1, 4);
-    det.peakDetector(proj, scores, table, 10);
-    EXPECT_FLOAT_EQ(scores.at<float>(0, 10), 7500.f);
-    EXPECT_EQ(cv::countNonZero(scores), 1);
-    EXPECT_FLOAT_EQ(table.at<float>(10, 0), 7.5f);
-    EXPECT_FLOAT_EQ(table.at<float>(10, 3), 43.5f);
-    EXPECT_FLOAT_EQ(table.at<float>(10, 4), 0.f);
-}
-
-TEST(AngleSearch, TiesGoToTheSmallestAngleAndEmptyImagesScoreNothing) {
-    PatternRotationCalculation search;
-    cv::Mat scores = scoreRow(), table = peakTable();
-    for (cv::Mat img :
-         {cv::Mat(), cv::Mat(1, 1, CV_8U, cv::Scalar(255)), cv::Mat(3, 3, CV_32F, cv::Scalar(1))}) {
-        EXPECT_EQ(search.rotationAngleCal(img, scores, table), 0);
-        EXPECT_EQ(cv::countNonZero(scores), 0);
-    }
-    scores.at<float>(0, 64) = scores.at<float>(0, 4) = 5.f;
-    EXPECT_EQ(search.rotated_angle(scores), 4);
 }
 
 // A rendered code at rotation phi comes back as phi modulo the grid's 60-degree period, its
 // spacing within 3 %, and turned by the angle found a second search finds 0.
-class AngleOfRenderedCode : public ::testing::TestWithParam<double> {};
-
-TEST_P(AngleOfRenderedCode, IsFoundAndTurnsTheGridUpright) {
-    const double phi = GetParam(), spacing = 13.0;
-    cv::Mat bin = geomtest::renderBinary(geomtest::style(phi, spacing, cv::Size(180, 180)));
-    cv::Mat scores = scoreRow(), table = peakTable(), s2 = scoreRow(), t2 = peakTable(), upright;
-    PatternRotationCalculation search;
-    const int theta = search.rotationAngleCal(bin, scores, table);
-    EXPECT_LE(std::fabs(periodDiff(phi, theta)), 2.0) << theta;
-    EXPECT_NEAR(gapCalculation().gap_cal_M2(scores, table), spacing, 0.03 * spacing);
-    EXPECT_NEAR(gapCalculation().gap_cal(scores, table), spacing, 0.03 * spacing);
-    ImageRotation().rotate(bin, upright, static_cast<float>(theta));
-    EXPECT_LE(std::fabs(periodDiff(search.rotationAngleCal(upright, s2, t2), 0)), 2.0);
-}
-
-INSTANTIATE_TEST_SUITE_P(Rotations, AngleOfRenderedCode,
-                         ::testing::Values(0.0, 7.0, 31.0, 58.0, 104.0, 151.0, 179.0),
-                         [](const auto& i) { return testsupport::label("deg_%g", i.param); });
-
-// The legacy-matrix variant's angle and spacing are checked end to end with the recognition run.
-TEST(AngleOnGreyCrop, StatusCodes) {
-    SystemPara para{QBCODE_DEFAULT_PARAMS};
-    cv::Mat m1 = scoreRow(), m2 = peakTable(), empty;
-    EXPECT_EQ(rotationAngleCal_C(empty, m1, m2, &para), -100);
-    cv::Mat grey(50, 50, CV_8U, cv::Scalar(40));
-    EXPECT_EQ(rotationAngleCal_C(grey, m1, m2, nullptr), -100);
-    SystemPara partial(testsupport::writeFile(
-        "geom_no_coarse_fine.yml", testsupport::paramsWithout("PatternRotation", "coarse_fine")));
-    EXPECT_EQ(rotationAngleCal_C(grey, m1, m2, &partial), -100);
-    EXPECT_EQ(rotationAngleCal_C(grey, m1, m2, &para), -301);  // no score
-}
-
-// The companions of the best angle are the rows 60 and 120 degrees away, kept in 0..179. Every
-// other row holds a different spacing with more peaks, so one wrong row moves the median.
-TEST(Spacing, CompanionRowsOfTheBestAngle) {
-    for (const std::vector<int>& rows :
-         {std::vector<int>{60, 0, 120}, {119, 59, 179}, {120, 60, 0}}) {
-        cv::Mat scores = scoreRow(), table = peakTable();
-        for (int r = 0; r < 180; ++r) {
-            const bool companion = std::count(rows.begin(), rows.end(), r) > 0;
-            for (int i = 0; i < (companion ? 5 : 15); ++i)
-                table.at<float>(r, i) = 10.f + (companion ? 12.f : 20.f) * i;
-        }
-        scores.at<float>(0, rows[0]) = 1.f;
-        EXPECT_FLOAT_EQ(gapCalculation().gap_cal_M2(scores, table),
-                        static_cast<float>(12.0 * 1.1547))
-            << rows[0];
+TEST(AngleOfRenderedCode, IsFoundAndTurnsTheGridUpright) {
+    const double spacing = 13.0;
+    for (double phi : {0.0, 7.0, 31.0, 58.0, 104.0, 151.0, 179.0}) {
+        cv::Mat bin = geomtest::renderBinary(geomtest::style(phi, spacing, cv::Size(180, 180)));
+        cv::Mat scores = scoreRow(), table = peakTable(), s2 = scoreRow(), t2 = peakTable(), up;
+        PatternRotationCalculation search;
+        const int theta = search.rotationAngleCal(bin, scores, table);
+        EXPECT_LE(std::fabs(periodDiff(phi, theta)), 2.0) << phi << " found as " << theta;
+        EXPECT_NEAR(gapCalculation().gap_cal_M2(scores, table), spacing, 0.03 * spacing) << phi;
+        EXPECT_NEAR(gapCalculation().gap_cal(scores, table), spacing, 0.03 * spacing) << phi;
+        ImageRotation().rotate(bin, up, static_cast<float>(theta));
+        EXPECT_LE(std::fabs(periodDiff(search.rotationAngleCal(up, s2, t2), 0)), 2.0) << phi;
     }
 }
 
-TEST(Spacing, MedianBandErrorValuesAndCandidates) {
+// The legacy-matrix variant's angle and spacing are checked end to end by the recognition run;
+// the thresholds of the peaks by the rendered codes above.
+TEST(AngleAndSpacing, StatusCodes) {
+    SystemPara para{QBCODE_DEFAULT_PARAMS};
+    SystemPara partial(
+        writeFile("geom_no_coarse_fine.yml", paramsWithout("PatternRotation", "coarse_fine")));
+    cv::Mat m1 = scoreRow(), m2 = peakTable(), empty, grey(50, 50, CV_8U, cv::Scalar(40));
+    EXPECT_EQ(rotationAngleCal_C(empty, m1, m2, &para), -100);
+    EXPECT_EQ(rotationAngleCal_C(grey, m1, m2, nullptr), -100);
+    EXPECT_EQ(rotationAngleCal_C(grey, m1, m2, &partial), -100);
+    EXPECT_EQ(rotationAngleCal_C(grey, m1, m2, &para), -301);  // no score
     gapCalculation gaps;
     cv::Mat scores = scoreRow(), table = peakTable();
     EXPECT_FLOAT_EQ(gaps.gap_cal_M2(scores, table), -313.f);  // no peaks anywhere
-    EXPECT_FLOAT_EQ(gaps.gap_cal_M2(cv::Mat::zeros(2, 179, CV_32F), table), -311.f);
-    EXPECT_FLOAT_EQ(gaps.gap_cal_M2(scores, cv::Mat::zeros(179, 19, CV_32F)), -312.f);
     EXPECT_FLOAT_EQ(gaps.gap_cal_M2(cv::Mat(), table), -311.f);
+    EXPECT_FLOAT_EQ(gaps.gap_cal_M2(scores, cv::Mat::zeros(179, 19, CV_32F)), -312.f);
     table.col(0).setTo(50.f);  // a single peak per row gives no candidate
-    EXPECT_FLOAT_EQ(gaps.gap_cal_M2(scores, table), -313.f);
     EXPECT_FLOAT_EQ(gaps.gap_cal(scores, table), -313.f);
-
-    // Gaps 9.5, 10, 14, 14.5, 30: first median 14, band keeps 14 and 14.5.
-    cv::Mat((cv::Mat_<float>(1, 6) << 10.f, 19.5f, 29.5f, 43.5f, 58.f, 88.f))
-        .copyTo(table(cv::Rect(0, 0, 6, 1)));
-    scores.at<float>(0, 0) = 1.f;
-    EXPECT_FLOAT_EQ(gaps.gap_cal_M2(scores, table), static_cast<float>(14.25 * 1.1547));
-
-    cv::Mat((cv::Mat_<float>(1, 5) << 5.f, 17.f, 0.f, 40.f, 52.f))
-        .copyTo(table(cv::Rect(0, 3, 5, 1)));
-    std::vector<float> out;
-    gaps.get_gap_candidates(out, table, 3);  // empty entries skipped, not what follows
-    EXPECT_EQ(out, (std::vector<float>{12.f, 40.f, 12.f}));
-    gaps.get_gap_candidates(out, table, 180);
-    gaps.get_gap_candidates(out, table, -1);
-    EXPECT_EQ(out.size(), 3u);
     std::vector<float> w = {1.9f, 1.9f, 1.9f};
     EXPECT_FLOAT_EQ(gaps.gap_mean_cal(w), 1.f);  // lossy: 0+1.9 -> 1, 1+1.9 -> 2, 2+1.9 -> 3
 }

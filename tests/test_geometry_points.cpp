@@ -1,11 +1,7 @@
 // The ideal hexagon grid: layout, the three generators, and the shared point operations.
-#include <cmath>
 #include <stdexcept>
 
-#include <gtest/gtest.h>
-
 #include "Point_Generation.h"
-#include "qbcode_render.h"
 #include "test_geometry_support.h"
 #include "test_support.h"
 
@@ -19,79 +15,28 @@ TEST(HexagonPoints, FirstRingStartsOnTheXAxisAndRunsCounterClockwise) {
     cv::Mat pts;
     ASSERT_EQ(gen.points_coordinates_generate(pts), 7);
     EXPECT_LE(cv::norm(pts, expected, cv::NORM_INF), 1e-9);
-}
-
-// Zero or negative rings give the centre only; an implausible count gives nothing.
-TEST(HexagonPoints, RingCountsOutOfRange) {
-    cv::Mat pts;
+    // Zero or negative rings give the centre only; an implausible count gives nothing.
     for (int layer : {0, -3}) {
-        Generate_Hexagon_points gen(cv::Point2d(4, 5), nullptr, 10.0, layer);
-        EXPECT_EQ(gen.Run(pts), 1);
+        EXPECT_EQ(Generate_Hexagon_points(cv::Point2d(4, 5), nullptr, 10.0, layer).Run(pts), 1);
         EXPECT_TRUE(sameMat(pts, cv::Mat((cv::Mat_<double>(1, 2) << 4.0, 5.0))));
     }
-    Generate_Hexagon_pointsM3 gen(cv::Point2d(1, 1), nullptr, 10.0, 1001);
-    EXPECT_EQ(gen.Run(pts), 0);
+    EXPECT_EQ(Generate_Hexagon_pointsM3(cv::Point2d(1, 1), nullptr, 10.0, 1001).Run(pts), 0);
     EXPECT_EQ(pts.rows, 0);
 }
 
-// The renderer draws bit i at gridOffsets()[i] as (row, col); the reader samples bit i at row i
-// of the generator with column 0 as the image row. Both must agree for any angle and centre.
-class GridMatchesRenderer : public ::testing::TestWithParam<double> {};
-
-TEST_P(GridMatchesRenderer, ForAnyRotationAndCentre) {
-    const double angle = GetParam(), g = 21.3;
-    const cv::Point2d centre(123.25, 87.5);
-    Generate_Hexagon_points gen(centre, nullptr, g, 5);
-    gen.angle = angle;
-    cv::Mat pts;
-    ASSERT_EQ(gen.Run(pts), 91);
-    const auto offsets = qbrender::gridOffsets(5, g, angle);
-    ASSERT_EQ(offsets.size(), 91u);
-    for (int i = 0; i < 91; ++i) {
-        EXPECT_NEAR(pts.at<double>(i, 0), centre.x + offsets[i].x, 1e-6) << i;
-        EXPECT_NEAR(pts.at<double>(i, 1), centre.y + offsets[i].y, 1e-6) << i;
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Angles, GridMatchesRenderer,
-                         ::testing::Values(0.0, 17.0, 60.0, 123.4, -30.0, 300.0),
-                         [](const auto& i) { return testsupport::label("deg_%g", i.param); });
-
 // Methods 2 and 3 enumerate the same grid their own way and must give method 1's rows.
-class GeneratorsAgree : public ::testing::TestWithParam<int> {};
-
-TEST_P(GeneratorsAgree, RowForRow) {
-    const int layer = GetParam();
+TEST(HexagonPoints, GeneratorsAgreeRowForRow) {
     const double g = 9.75;
-    Generate_Hexagon_points m1(cv::Point2d(3, -2), nullptr, g, layer);
-    Generate_Hexagon_pointsM2 m2(cv::Point2d(3, -2), nullptr, g, layer);
-    Generate_Hexagon_pointsM3 m3(cv::Point2d(3, -2), nullptr, g, layer);
-    m1.angle = m2.angle = m3.angle = 33.0;
-    cv::Mat a, b, c;
-    ASSERT_EQ(m1.Run(a), 1 + 3 * layer * (layer + 1));
-    ASSERT_EQ(m2.Run(b), a.rows);
-    ASSERT_EQ(m3.Run(c), a.rows);
-    EXPECT_LE(cv::norm(a, b, cv::NORM_INF), 1e-7 * g * (layer + 1));
-    EXPECT_LE(cv::norm(a, c, cv::NORM_INF), 1e-7 * g * (layer + 1));
-}
-
-INSTANTIATE_TEST_SUITE_P(Layers, GeneratorsAgree, ::testing::Values(0, 1, 5, 9),
-                         [](const auto& i) { return testsupport::label("rings_%d", i.param); });
-
-TEST(HexagonPoints, RoundIsHalfUpThenTowardZero) {
-    cv::Mat v = (cv::Mat_<double>(1, 6) << 2.5, -2.5, -1.3, 1.49, -0.5, 1e300);
-    Generate_Hexagon_points(cv::Point2d(0, 0), nullptr, 1.0, 1).round(v);
-    EXPECT_TRUE(sameMat(v, cv::Mat((cv::Mat_<double>(1, 6) << 3.0, -2.0, 0.0, 1.0, 0.0, 1e300))));
-}
-
-TEST(HexagonPoints, TranslationNeedsTwoShiftsAndFailsAfterTheFirstX) {
-    Generate_Hexagon_points gen(cv::Point2d(10, 20), nullptr, 1.0, 1);
-    cv::Mat p = (cv::Mat_<double>(2, 2) << 1, 2, 3, 4);
-    gen.translation(p);
-    EXPECT_TRUE(sameMat(p, cv::Mat((cv::Mat_<double>(2, 2) << 11, 22, 13, 24))));
-    gen.shiftXY = {5.0};
-    EXPECT_THROW(gen.translation(p), std::out_of_range);
-    EXPECT_TRUE(sameMat(p, cv::Mat((cv::Mat_<double>(2, 2) << 16, 22, 13, 24))));
-    gen.shiftXY.clear();
-    EXPECT_THROW(gen.translation(p), std::out_of_range);
+    for (int layer : {0, 1, 5, 9}) {
+        Generate_Hexagon_points m1(cv::Point2d(3, -2), nullptr, g, layer);
+        Generate_Hexagon_pointsM2 m2(cv::Point2d(3, -2), nullptr, g, layer);
+        Generate_Hexagon_pointsM3 m3(cv::Point2d(3, -2), nullptr, g, layer);
+        m1.angle = m2.angle = m3.angle = 33.0;
+        cv::Mat a, b, c;
+        ASSERT_EQ(m1.Run(a), 1 + 3 * layer * (layer + 1));
+        ASSERT_EQ(m2.Run(b), a.rows);
+        ASSERT_EQ(m3.Run(c), a.rows);
+        EXPECT_LE(cv::norm(a, b, cv::NORM_INF), 1e-7 * g * (layer + 1)) << layer;
+        EXPECT_LE(cv::norm(a, c, cv::NORM_INF), 1e-7 * g * (layer + 1)) << layer;
+    }
 }

@@ -1,20 +1,10 @@
-// Centre of the code by template correlation, and the geometry stages run end to end.
-#include <cmath>
-#include <limits>
-#include <memory>
-#include <string>
-#include <vector>
+// Centre of the code by template correlation. Both angle searches run end to end in the
+// hostile-input table ("legacy_rotation") and the golden reads.
 
-#include <gtest/gtest.h>
-
-#include "AlgPipeline.h"
 #include "SystemPara.h"
 #include "startPoint_cal.h"
 #include "test_geometry_support.h"
 #include "test_support.h"
-
-using testsupport::paramsWith;
-using testsupport::paramsWithout;
 
 class StartPoint : public ::testing::Test {
 protected:
@@ -26,7 +16,7 @@ protected:
         geomtest::renderBinary(geomtest::style(0.0, 13.0, cv::Size(230, 210), {113, 104}));
 
     void useParams(const std::string& name, const std::string& text) {
-        para = std::make_unique<SystemPara>(testsupport::writeFile(name, text));
+        para = std::make_unique<SystemPara>(writeFile(name, text));
     }
     int search(float& gap, const cv::Mat& img) {
         return startPoint_cal(para.get()).findStartPoint_NCC(gap, img, templ, centre, 0.0);
@@ -35,28 +25,13 @@ protected:
 
 // Padding off: the match is shifted by half the template. Padding on: the match location is
 // taken as the centre, one pixel past it on each axis.
-class StartPointPadding : public StartPoint, public ::testing::WithParamInterface<int> {};
-
-TEST_P(StartPointPadding, LandsOnTheCentreDot) {
-    useParams("geom_padding.yml",
-              paramsWith("PatternFeatures", "img_padding", std::to_string(GetParam())));
-    float gap = 13.0f;
-    EXPECT_GE(search(gap, code), 0);
-    EXPECT_LE(std::abs(centre.x - 113), 1);
-    EXPECT_LE(std::abs(centre.y - 104), 1);
-    EXPECT_EQ(gap, 13.0f);
-}
-
-INSTANTIATE_TEST_SUITE_P(Modes, StartPointPadding, ::testing::Values(0, 1),
-                         [](const auto& i) { return testsupport::label("mode_%d", i.param); });
-
-TEST_F(StartPoint, PicksTheNeighbouringSpacingThatFitsBetter) {
-    const cv::Mat img =
-        geomtest::renderBinary(geomtest::style(0.0, 14.0, cv::Size(240, 240), {120, 118}));
-    for (float start : {13.5f, 14.5f}) {
-        float gap = start;
-        EXPECT_GE(search(gap, img), 0);
-        EXPECT_EQ(gap, 14.0f) << start;
+TEST_F(StartPoint, EitherPaddingLandsOnTheCentreDot) {
+    for (const char* padding : {"0", "1"}) {
+        useParams("geom_padding.yml", paramsWith("PatternFeatures", "img_padding", padding));
+        float gap = 13.0f;
+        EXPECT_GE(search(gap, code), 0) << padding;
+        EXPECT_LE(cv::norm(centre - cv::Point(113, 104)), 1.5) << centre;
+        EXPECT_EQ(gap, 13.0f);
     }
 }
 
@@ -69,7 +44,6 @@ TEST_F(StartPoint, StatusCodes) {
     EXPECT_EQ(search(gap, cv::Mat()), -321);
     EXPECT_EQ(search(gap, blank), -314);  // weak match resets the centre
     EXPECT_EQ(centre, cv::Point(0, 0));
-    EXPECT_EQ(gap, 13.0f);
     for (float bad : {0.f, -4.f, std::numeric_limits<float>::quiet_NaN(), 1e30f}) {
         gap = bad;
         EXPECT_EQ(search(gap, blank), -321) << bad;
@@ -83,44 +57,3 @@ TEST_F(StartPoint, StatusCodes) {
     useParams("geom_no_layer.yml", paramsWithout("AlgPipeline", "layer"));
     EXPECT_EQ(search(gap, blank), -320);
 }
-
-// The driver re-calibrates only when the search succeeds with the centre at (0, 0): with
-// padding, a code whose centre dot sits just outside the top-left corner. Only a quarter of
-// the code is in view; this payload still correlates above 0.3 there.
-TEST_F(StartPoint, CodeCentreOffTheCornerGivesTheOriginWithSuccess) {
-    const auto bits = qbrender::payloadBits(0x36fbefaa6fb125e3ull);
-    const cv::Mat full =
-        geomtest::renderBinary(geomtest::style(0.0, 12.0, cv::Size(320, 320), {100, 100}), bits);
-    float gap = 12.0f;
-    EXPECT_GE(search(gap, full(cv::Rect(101, 101, 219, 219)).clone()), 0);  // centre at (-1, -1)
-    EXPECT_EQ(centre, cv::Point(0, 0));
-}
-
-// A recognition run on a camera-like image reaches the centre through both angle searches.
-class RecognitionGeometry : public ::testing::TestWithParam<int> {};
-
-TEST_P(RecognitionGeometry, FindsAngleGapAndCentre) {
-    const std::string path = testsupport::writeFile(
-        "geom_recognition.yml",
-        paramsWith("AlgPipeline", "opencv10Rot", std::to_string(GetParam())));
-    qbrender::CodeStyle s;
-    s.rotationDeg = 23.0;
-    qbrender::CameraOptions cam;
-    cam.blurSigma = 1.0;
-    cam.noiseSigma = 3.0;
-    cam.clutterBlobs = 4;
-    const std::vector<int> bits = geomtest::denseBits();
-    cv::Mat img = qbrender::renderCamera(bits, s, cam);
-    AlgPipeline pipe(path);
-    std::vector<int> out(91, -1);
-    cv::Rect roi;
-    ASSERT_EQ(pipe.Pipeline(img.data, img.rows, img.cols, out.data(), 91, "geom", roi), 0);
-    EXPECT_EQ(out, bits);
-    EXPECT_LE(std::fabs(geomtest::periodDiff(23.0, pipe.result.angle)), 2.0);
-    EXPECT_NEAR(pipe.upright.gap, s.spacing * 0.6, 0.03 * s.spacing * 0.6);  // default downsampling
-}
-
-INSTANTIATE_TEST_SUITE_P(AngleSearches, RecognitionGeometry, ::testing::Values(0, 1),
-                         [](const auto& i) {
-                             return std::string(i.param ? "legacy_matrix" : "projection");
-                         });

@@ -1,35 +1,20 @@
 // Rendered inputs shared by the geometry tests.
 #pragma once
 
-#include <cmath>
-#include <cstdint>
-#include <vector>
-
-#include <opencv2/imgproc.hpp>
-
 #include "qbcode_render.h"
+#include "test_support.h"
 
 namespace geomtest {
 
-// About half the positions printed, like a real payload.
-inline std::vector<int> denseBits() {
-    return qbrender::payloadBits(
-        std::vector<uint8_t>{0x5a, 0xc3, 0x96, 0x7e, 0x3c, 0xa5, 0xf0, 0x69, 0xd2, 0x1b});
-}
-
 inline qbrender::CodeStyle style(double rotationDeg, double spacing, cv::Size size,
                                  cv::Point2d centre = cv::Point2d(-1, -1)) {
-    qbrender::CodeStyle s;
-    s.spacing = spacing;
-    s.dotDiameter = 0.6 * spacing;
-    s.rotationDeg = rotationDeg;
-    s.size = size;
-    s.centre = centre;
-    return s;
+    return qbrender::CodeStyle{spacing, 0.6 * spacing, rotationDeg, centre, size};
 }
 
-inline cv::Mat renderBinary(const qbrender::CodeStyle& s,
-                            const std::vector<int>& bits = denseBits()) {
+// About half the positions printed, like a real payload.
+inline cv::Mat renderBinary(const qbrender::CodeStyle& s) {
+    const std::vector<int> bits = qbrender::payloadBits(
+        std::vector<uint8_t>{0x5a, 0xc3, 0x96, 0x7e, 0x3c, 0xa5, 0xf0, 0x69, 0xd2, 0x1b});
     cv::Mat bin;
     cv::threshold(qbrender::renderCode(bits, s), bin, 128, 255, cv::THRESH_BINARY);
     return bin;

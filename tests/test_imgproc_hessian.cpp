@@ -1,11 +1,7 @@
 // Hessian dot enhancement and its circular shift.
-#include <cmath>
-#include <limits>
-
-#include <gtest/gtest.h>
-#include <opencv2/imgproc.hpp>
 
 #include "Dots_HessianProcess.h"
+#include "test_support.h"
 
 namespace {
 
@@ -50,24 +46,7 @@ cv::Mat literalResponse(const cv::Mat& src8, const std::vector<float>& scales) {
 
 }  // namespace
 
-TEST(CircShift, MatchesModularIndexInPlaceAndEmpty) {
-    Dots_HessianProcess h;
-    cv::Mat src = randomImage(7, 11, CV_32S, 3), dst;
-    for (cv::Point d :
-         {cv::Point(1, 0), cv::Point(-1, -1), cv::Point(12, -8), cv::Point(-23, -15)}) {
-        ASSERT_EQ(h.circshift(src, dst, d.x, d.y), 0);
-        for (int y = 0; y < 7; ++y)
-            for (int x = 0; x < 11; ++x)
-                ASSERT_EQ(dst.at<int>(y, x),
-                          src.at<int>(((y + d.y) % 7 + 7) % 7, ((x + d.x) % 11 + 11) % 11))
-                    << d << " at " << y << "," << x;
-    }
-    cv::Mat m = (cv::Mat_<float>(1, 3) << 1, 2, 3), empty;
-    ASSERT_EQ(h.circshift(m, m, 1, 0), 0);  // dst(y, x) = src(y, x + 1)
-    EXPECT_EQ(m.at<float>(0, 0), 2.0f);
-    EXPECT_EQ(h.circshift(empty, m, 1, 1), -100);
-}
-
+// The fast path must equal the plain shifts bit for bit.
 TEST(HessianResponse, FastPathEqualsLiteralShiftsBitForBit) {
     for (cv::Size size : {cv::Size(50, 50), cv::Size(173, 61)}) {
         cv::Mat blurred, dst;
@@ -78,25 +57,7 @@ TEST(HessianResponse, FastPathEqualsLiteralShiftsBitForBit) {
         h.resetBoundaryPixels(want);
         EXPECT_EQ(cv::norm(dst, want, cv::NORM_INF), 0) << size;
         EXPECT_GT(cv::countNonZero(dst), 0);
-        EXPECT_EQ(src.type(), CV_32FC1);  // converted in place
-        // A failing scale keeps the earlier scales and skips the frame reset.
-        h.setScale({2.0f, 8.0f});
-        src = blurred.clone();
-        ASSERT_EQ(h.process(src, dst), -121);
-        EXPECT_EQ(cv::norm(dst, literalResponse(blurred, {2.0f}), cv::NORM_INF), 0) << size;
     }
-}
-
-TEST(HessianResponse, BrightSpotPeaksAtItsCentreOnAFlatBackground) {
-    Dots_HessianProcess h;
-    cv::Mat spot = cv::Mat::zeros(80, 80, CV_32F), dst;
-    spot.at<float>(40, 40) = 3000;
-    cv::GaussianBlur(spot, spot, cv::Size(0, 0), 2);
-    ASSERT_EQ(h.process(spot, dst), 0);
-    cv::Point peak;
-    cv::minMaxLoc(dst, nullptr, nullptr, nullptr, &peak);
-    EXPECT_EQ(peak, cv::Point(40, 40));
-    EXPECT_EQ(dst.at<float>(10, 10), 0.0f);
 }
 
 TEST(HessianResponse, StatusForSizesAndScales) {
@@ -114,10 +75,11 @@ TEST(HessianResponse, StatusForSizesAndScales) {
         cv::Mat src = randomImage(c.size.height, c.size.width, CV_8U, 1), dst;
         EXPECT_EQ(h.process(src, dst), c.status) << c.size << " scale " << c.scales[0];
     }
-}
-
-TEST(HessianFrame, ResetNeedsMoreThanFivePixels) {
+    // The frame reset needs more than five pixels on each side. The shifts themselves are held
+    // by the plain response above, which is made of them.
     Dots_HessianProcess h;
+    cv::Mat empty;
+    EXPECT_EQ(h.circshift(empty, empty, 1, 1), -100);
     cv::Mat thin(5, 100, CV_32F, cv::Scalar(1)), six(6, 12, CV_32F, cv::Scalar(1));
     EXPECT_EQ(h.resetBoundaryPixels(thin), -112);
     EXPECT_EQ(cv::countNonZero(thin), 500);

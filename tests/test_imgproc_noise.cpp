@@ -1,45 +1,9 @@
-// Downsampling, opening, smoothing and reconstruction.
-#include <gtest/gtest.h>
-#include <opencv2/imgproc.hpp>
+// Reconstruction by dilation, and how the filters refuse. What they compute is OpenCV's, held by
+// the golden reads; the driver refuses frames too small for them before any stage runs.
 
-#include "Dots_HessianProcess.h"
 #include "ImgBinary.h"
-#include "LogFilter.h"
 #include "NoiseRemover.h"
-
-TEST(NoiseRemoverResize, TargetIsWidthByHeight) {
-    NoiseRemover n;
-    cv::Mat src(480, 640, CV_8U, cv::Scalar(9)), dst;
-    n.ImgDnSample(src, dst);
-    EXPECT_EQ(dst.size(), cv::Size(480, 360));
-    n.setDnsample_size(cv::Point(0, 10));
-    n.ImgDnSample(src, dst);
-    EXPECT_TRUE(dst.empty());
-}
-
-TEST(NoiseRemoverOpen, RemovesSpecklesKeepsBlocksAndEdges) {
-    NoiseRemover n;
-    cv::Mat want = cv::Mat::zeros(20, 20, CV_8U);
-    want(cv::Rect(10, 12, 3, 3)).setTo(150);  // 3x3 block
-    want(cv::Rect(17, 17, 3, 3)).setTo(90);   // block in the corner
-    cv::Mat img = want.clone();
-    img.at<uchar>(2, 2) = 200;              // isolated pixel
-    img.row(6).colRange(1, 15).setTo(200);  // one-pixel line
-    n.imopen(img, img);
-    EXPECT_EQ(cv::norm(img, want, cv::NORM_INF), 0);
-}
-
-TEST(NoiseRemoverSmooth, NegativeSigmaIsFlippedInTheMember) {
-    NoiseRemover n;
-    cv::Mat img(30, 30, CV_8U), dst, want;
-    cv::RNG(4).fill(img, cv::RNG::UNIFORM, 0, 256);
-    n.setGaussFilter_ksize({5, 5});
-    n.setGaussFilter_sigma(-2.0);
-    n.gaussfilt2(img, dst);
-    EXPECT_EQ(n.getGaussFilter_sigma(), 2.0);
-    cv::GaussianBlur(img, want, {5, 5}, 2.0);
-    EXPECT_EQ(cv::norm(dst, want, cv::NORM_INF), 0);
-}
+#include "test_support.h"
 
 TEST(Reconstruction, GrowsOnlyIntoConnectedMask) {
     cv::Mat mask = cv::Mat::zeros(20, 20, CV_8U), marker = cv::Mat::zeros(20, 20, CV_8U), out;
@@ -59,39 +23,23 @@ TEST(Reconstruction, GrowsOnlyIntoConnectedMask) {
     EXPECT_EQ(n.imreconstruct(nanMask, nanMask, out), 0);  // ends although NaN never compares
 }
 
-// Every operation, odd sizes, types and parameters: a result or an empty output, never a throw.
-TEST(ImgprocRobust, OperationsNeverThrow) {
-    for (cv::Size size : {cv::Size(0, 0), cv::Size(1, 1), cv::Size(9, 1), cv::Size(200, 49)})
-        for (int type : {CV_8UC1, CV_8UC3, CV_16UC1, CV_32FC1, CV_64FC2}) {
-            cv::Mat img(size, type, cv::Scalar::all(0)), out, m;
-            if (!img.empty()) cv::RNG(type).fill(img, cv::RNG::UNIFORM, 0, 256);
-            NoiseRemover n;
-            ImgBinary b;
-            Dots_HessianProcess h;
-            LogFilter l;
-            auto exercise = [&] {
-                for (int k : {-1, 4, 301}) n.setMedfilterSize(k), n.medfilt2(img, out);
-                for (double s : {-2.0, double(NAN), 1e9})
-                    n.setGaussFilter_ksize({4, 4}), n.setGaussFilter_sigma(s),
-                        n.gaussfilt2(img, out);
-                n.imopen(img, out, cv::Mat::ones(301, 301, CV_8U));
-                for (cv::Point p : {cv::Point(0, 5), cv::Point(-3, 2)})
-                    n.setDnsample_size(p), n.ImgDnSample(img, out);
-                n.imreconstruct(img, img, out);
-                for (auto op : {&ImgBinary::image_binary, &ImgBinary::image_AdapMean_binary,
-                                &ImgBinary::image_AdapGauss_binary})
-                    (b.*op)(m = img.clone(), out);
-                b.image_otsu_binary(m = img.clone(), out);
-                b.grayimg_normal(m = img.clone());
-                b.remove_board(m = img.clone());
-                std::vector<cv::Point2f> c;
-                b.blob_centroid(img, c);
-                h.circshift(m = img.clone(), out, 3, -1000);
-                h.resetBoundaryPixels(m);
-                h.process(m, out);
-                l.setSigma({0.4f, 2.0f});
-                l.process(m = img.clone(), out);
-            };
-            EXPECT_NO_THROW(exercise()) << size << " type " << type;
-        }
+// Where OpenCV cannot run a filter, dst is left empty rather than an exception thrown; a negative
+// sigma is taken as its negation, in the member too.
+TEST(NoiseRemover, FiltersRefuseQuietlyAndFlipANegativeSigma) {
+    NoiseRemover n;
+    cv::Mat img(30, 30, CV_8U, cv::Scalar(7)), dst, empty;
+    n.setGaussFilter_ksize({5, 5});
+    n.setGaussFilter_sigma(-2.0);
+    n.gaussfilt2(img, dst);
+    EXPECT_EQ(n.getGaussFilter_sigma(), 2.0);
+    EXPECT_EQ(cv::norm(dst, img, cv::NORM_INF), 0);  // flat stays flat
+    n.setGaussFilter_ksize({4, 4});
+    n.gaussfilt2(img, dst);
+    EXPECT_TRUE(dst.empty());
+    n.setMedfilterSize(4);
+    n.medfilt2(img, dst);
+    EXPECT_TRUE(dst.empty());
+    n.setMedfilterSize(3);
+    n.medfilt2(empty, dst);
+    EXPECT_TRUE(dst.empty());
 }

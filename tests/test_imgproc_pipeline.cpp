@@ -1,9 +1,4 @@
-// The whole pre-processing chain: size policy, thresholds, centroids, debug output, robustness.
-#include <map>
-#include <set>
-
-#include <gtest/gtest.h>
-#include <opencv2/imgproc.hpp>
+// The whole pre-processing chain: size policy, thresholds and centroids.
 
 #include "ImageProcessPipeline.h"
 #include "SystemPara.h"
@@ -14,13 +9,9 @@ namespace {
 
 // The default file with some "ImageProcess" keys replaced, written under a unique name.
 std::string imageParams(const std::string& name, const std::map<std::string, std::string>& keys) {
-    std::string text = testsupport::defaultParams();
-    const size_t section = text.find("ImageProcess:");
-    for (const auto& kv : keys) {
-        const size_t at = text.find(" " + kv.first + ":", section) + 1;
-        text.replace(at, text.find('\n', at) - at, kv.first + ": " + kv.second);
-    }
-    return testsupport::writeFile("imgproc_" + name + ".yml", text);
+    std::string text = defaultParams();
+    for (const auto& [key, value] : keys) text = setKey(text, "ImageProcess", key, value.c_str());
+    return writeFile("imgproc_" + name + ".yml", text);
 }
 
 cv::Mat dotFrame(const qbrender::CodeStyle& style = {}) {
@@ -49,26 +40,6 @@ ChainRun runChain(cv::Mat input, const std::string& params, ImageProcessPipeline
 
 }  // namespace
 
-TEST(PreprocessChain, OneCentroidPerDotInDownsampledPixels) {
-    qbrender::CodeStyle style;
-    style.rotationDeg = 17.0;
-    ChainRun r = runChain(dotFrame(style), QBCODE_DEFAULT_PARAMS);
-    ASSERT_EQ(r.status, 0);
-    EXPECT_EQ(r.processed.size(), cv::Size(384, 288));
-    ASSERT_EQ(r.centroids.size(), 91u);
-    std::set<size_t> matched;
-    for (const cv::Point2d& off : qbrender::gridOffsets(5, style.spacing, style.rotationDeg)) {
-        // The resize maps pixel centres: out = (in + 0.5) * ratio - 0.5.
-        const cv::Point2f want((320 + off.y + 0.5) * 0.6 - 0.5, (240 + off.x + 0.5) * 0.6 - 0.5);
-        size_t best = 0;
-        for (size_t i = 1; i < r.centroids.size(); ++i)
-            if (cv::norm(r.centroids[i] - want) < cv::norm(r.centroids[best] - want)) best = i;
-        EXPECT_LT(cv::norm(r.centroids[best] - want), 0.5) << want;
-        matched.insert(best);
-    }
-    EXPECT_EQ(matched.size(), 91u);
-}
-
 // Each sensitivity picks a fixed threshold whatever the file says; Otsu may only lower it.
 TEST(PreprocessChain, SensitivityPicksTheFixedThreshold) {
     for (const auto& [sensitivity, threshold] :
@@ -86,9 +57,9 @@ TEST(PreprocessChain, SensitivityPicksTheFixedThreshold) {
     }
 }
 
-TEST(PreprocessSize, RestrictionFixedCropAndMissingSection) {
+TEST(PreprocessSize, RestrictionFixedCropMissingSectionAndRatios) {
+    // A landscape frame under the restriction is the hostile table's; a portrait one passes.
     const std::string strict = imageParams("strict", {{"imgSizeRestrict", "1"}});
-    EXPECT_EQ(runChain(cv::Mat(480, 640, CV_8U, cv::Scalar(0)), strict).status, -102);
     EXPECT_NE(runChain(cv::Mat(640, 480, CV_8U, cv::Scalar(0)), strict).status, -102);
 
     const std::string crop = imageParams("crop", {{"imgPreROI", "1"}});
@@ -101,42 +72,12 @@ TEST(PreprocessSize, RestrictionFixedCropAndMissingSection) {
     EXPECT_EQ(r.centroids.size(), 91u);
     EXPECT_EQ(runChain(big.colRange(0, 1279), crop).input.size(), cv::Size(1279, 960));
 
-    const std::string params = testsupport::writeFile(
-        "imgproc_nosection.yml", "%YAML:1.0\n---\nAlgPipeline:\n   debug: 0\n");
+    const std::string params =
+        writeFile("imgproc_nosection.yml", "%YAML:1.0\n---\nAlgPipeline:\n   debug: 0\n");
     EXPECT_EQ(runChain(dotFrame(), params).status, -2);
-}
-
-TEST(PreprocessSize, UnusableRatiosAreRefused) {
-    for (const char* bad : {"0", ".nan", "0.001", "1.0e+7"})
-        EXPECT_EQ(runChain(dotFrame(), imageParams("ratio", {{"DnRatio", bad}})).status, -112)
-            << bad;
-    ChainRun r = runChain(dotFrame(), imageParams("ratio", {{"DnRatio", "0.55"}}));
+    // Sizes and contents of every kind are the hostile-input table's; here a ratio it leaves out.
+    EXPECT_EQ(runChain(dotFrame(), imageParams("ratio", {{"DnRatio", "0.001"}})).status, -112);
+    r = runChain(dotFrame(), imageParams("ratio", {{"DnRatio", "0.55"}}));
     ASSERT_EQ(r.status, 0);
     EXPECT_EQ(r.processed.size(), cv::Size(352, 264));  // 640 x 0.55 = 352, 480 x 0.55 = 264
-}
-
-// Any size and content gets a status or a result; run under the sanitizer build.
-TEST(PreprocessRobust, AnySizeAnyContent) {
-    for (const auto& [size, flatStatus] : std::vector<std::pair<cv::Size, int>>{{{0, 0}, -100},
-                                                                                {{1, 1}, -112},
-                                                                                {{200, 49}, -112},
-                                                                                {{4000, 1}, -112},
-                                                                                {{84, 84}, -141},
-                                                                                {{641, 479}, -141}})
-        for (int content = 0; content < 3; ++content) {
-            cv::Mat img(size, CV_8U, cv::Scalar(content == 1 ? 255 : 0));
-            if (content == 2 && !img.empty())
-                cv::RNG(size.area()).fill(img, cv::RNG::UNIFORM, 0, 256);
-            const int status = runChain(img, QBCODE_DEFAULT_PARAMS).status;
-            if (content < 2 || flatStatus != -141)
-                EXPECT_EQ(status, flatStatus) << size << " content " << content;
-            else
-                EXPECT_TRUE(status == -141 || status == -142 || status == -143) << size << status;
-        }
-}
-
-TEST(PreprocessRobustLarge, FourThousandSquareNoise) {
-    cv::Mat img(4000, 4000, CV_8U);
-    cv::RNG(9).fill(img, cv::RNG::UNIFORM, 0, 256);
-    EXPECT_EQ(runChain(img, QBCODE_DEFAULT_PARAMS).status, -143);  // far too many blobs
 }

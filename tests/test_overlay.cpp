@@ -1,146 +1,65 @@
 // Result overlay drawing and the driver's debug files.
-#include <cmath>
-#include <cstdio>
-#include <limits>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <opencv2/imgproc.hpp>
-#include <opencv2/imgcodecs.hpp>
 
 #include "AlgPipeline.h"
 #include "qbcode_render.h"
 #include "test_support.h"
 
-using testsupport::tmpPath;
-
 namespace {
 
-const cv::Vec3b kBlack(0, 0, 0), kBlueFrame(255, 0, 0), kCentreMark(0, 255, 20);
-const cv::Vec3b kRedFrame(50, 50, 200), kGreenFrame(50, 200, 50), kRedLabel(255, 30, 30);
+const cv::Vec3b kRedFrame(50, 50, 200), kGreenFrame(50, 200, 50);
 
-int countColour(const cv::Mat& img, cv::Vec3b colour) {
-    cv::Mat hit;
-    cv::inRange(img, colour, colour, hit);
-    return cv::countNonZero(hit);
+// A whole run with some keys of the "AlgPipeline" section replaced.
+int runWith(const std::vector<std::pair<std::string, std::string>>& keys) {
+    std::string text = defaultParams();
+    for (const auto& [key, value] : keys) text = setKey(text, "AlgPipeline", key, value.c_str());
+    qbrender::CodeStyle style;
+    style.rotationDeg = 21.0;
+    cv::Mat img = qbrender::renderCode(qbrender::randomBits(5), style);
+    std::vector<int> bits(91, 0);
+    cv::Rect roi;
+    AlgPipeline pipeline(writeFile("dbg_driver.yml", text));
+    return pipeline.Pipeline(img.data, img.rows, img.cols, bits.data(), 91, "result.bmp", roi);
 }
 
 }  // namespace
 
-class Overlay : public ::testing::Test {
-protected:
-    AlgPipeline pipeline;
-    cv::Mat overlay = cv::Mat::zeros(60, 60, CV_8UC3);
-    cv::Mat overlayBin = cv::Mat::zeros(60, 60, CV_8UC3);
-
-    void draw(const cv::Mat& boxes, const cv::Mat& values, double scale = 3.0) {
-        pipeline.putonOverlay(overlay, overlayBin, boxes, values, scale);
+// Only a dot read as 1 is framed green and framed on the binary image; NaN is not a 1.
+TEST(Overlay, OnlyPositiveDotsAreFramedGreenAndOnTheBinary) {
+    for (double value : {1.0, 0.0, std::numeric_limits<double>::quiet_NaN()}) {
+        cv::Mat overlay = cv::Mat::zeros(60, 60, CV_8UC3), overlayBin = overlay.clone();
+        AlgPipeline().putonOverlay(overlay, overlayBin, (cv::Mat_<double>(1, 4) << 10, 10, 40, 40),
+                                   (cv::Mat_<double>(1, 1) << value), 3.0);
+        const bool read = value > 0;
+        EXPECT_EQ(overlay.at<cv::Vec3b>(25, 10), read ? kGreenFrame : kRedFrame) << value;
+        // A one-pixel frame of the 31 x 31 box, nothing else.
+        EXPECT_EQ(cv::countNonZero(overlayBin.reshape(1)), read ? 120 : 0) << value;
     }
-};
-
-class OverlayValue : public Overlay, public ::testing::WithParamInterface<double> {};
-
-TEST_P(OverlayValue, OnlyPositiveDotsAreFramedGreenAndMarkedOnTheBinary) {
-    const bool read = GetParam() > 0;
-    draw((cv::Mat_<double>(1, 4) << 10, 10, 40, 40), (cv::Mat_<double>(1, 1) << GetParam()));
-    EXPECT_EQ(overlay.at<cv::Vec3b>(25, 10), read ? kGreenFrame : kRedFrame);
-    EXPECT_EQ(countColour(overlay, read ? kRedFrame : kGreenFrame), 0);
-    EXPECT_EQ(countColour(overlay, kRedLabel) > 0, !read);
-    EXPECT_EQ(countColour(overlay, kCentreMark) > 0, read);
-    EXPECT_TRUE(!read || overlay.at<cv::Vec3b>(25, 27) == kCentreMark);  // centre 25, radius 2
-    // A one-pixel frame of the 31 x 31 box, nothing else.
-    EXPECT_EQ(countColour(overlayBin, kBlueFrame), read ? 120 : 0);
-    EXPECT_EQ(cv::countNonZero(overlayBin.reshape(1)), read ? 120 : 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Values, OverlayValue,
-                         ::testing::Values(1.0, 1e-9, 0.0, -1.0,
-                                           std::numeric_limits<double>::quiet_NaN()),
-                         [](const auto& i) { return testsupport::label("value_%g", i.param); });
-
-TEST_F(Overlay, CoordinatesRoundHalfUp) {
-    // 10.4 -> 10 and 10.5 -> 11, 40.4 -> 40 and 40.5 -> 41.
-    draw((cv::Mat_<double>(1, 4) << 10.4, 10.5, 40.4, 40.5), (cv::Mat_<double>(1, 1) << 1.0));
-    cv::Mat blue;
-    cv::extractChannel(overlayBin, blue, 0);
-    EXPECT_EQ(cv::boundingRect(blue), cv::Rect(10, 11, 31, 31));
-}
-
-TEST_F(Overlay, ValuesMayBeARowOrAColumnScaleIsIgnoredAndNoBoxesDrawNothing) {
-    draw(cv::Mat(), (cv::Mat_<double>(1, 2) << 1.0, 1.0));
-    draw(cv::Mat(0, 4, CV_64F), (cv::Mat_<double>(1, 2) << 1.0, 1.0));
-    EXPECT_EQ(cv::countNonZero(overlay.reshape(1)) + cv::countNonZero(overlayBin.reshape(1)), 0);
-
-    const cv::Mat boxes = (cv::Mat_<double>(2, 4) << 5, 5, 20, 20, 35, 35, 55, 55);
-    draw(boxes, (cv::Mat_<double>(2, 1) << 0.0, 1.0));
-    EXPECT_EQ(overlay.at<cv::Vec3b>(12, 5), kRedFrame);
-    EXPECT_EQ(overlay.at<cv::Vec3b>(45, 35), kGreenFrame);
-    const cv::Mat first = overlay.clone();
-    overlay.setTo(0);
-    draw(boxes, (cv::Mat_<double>(1, 2) << 0.0, 1.0), 0.0);
-    EXPECT_EQ(cv::norm(first, overlay, cv::NORM_INF), 0.0);
-}
-
-// ---- debug files of a whole run ----
-
-class DriverFiles : public ::testing::Test {
-protected:
-    // One prefix per test: ctest runs the tests of this fixture side by side and SetUp deletes.
-    const std::string prefix =
-        tmpPath(std::string("dbg_") +
-                ::testing::UnitTest::GetInstance()->current_test_info()->name() + "_");
+// Only the chosen groups of debug files are written, under their names; a folder that cannot be
+// written to does not fail the run. Showing windows without a display is the hostile tests'.
+TEST(DriverFiles, OnlyTheChosenGroupsAreWrittenUnderTheirNames) {
+    const std::string prefix = tmpPath("dbg_"), savePath = "\"" + prefix + "\"";
     const std::vector<std::string> files = {
         "Bin_roi_result.bmp.jpg",      "binImg_rot_result.bmp.jpg", "procImg_rot_result.bmp.jpg",
         "_centerpoint_result.bmp.jpg", "_ori_result.bmp.jpg",       "_bin_result.bmp.jpg",
         "bits_array_result.bmp.txt"};
-
-    void SetUp() override {
-        for (const auto& f : files) std::remove((prefix + f).c_str());
-    }
-
-    // A whole run with some keys of the "AlgPipeline" section replaced.
-    int run(const std::vector<std::pair<std::string, std::string>>& keys) {
-        std::string text = testsupport::defaultParams();
-        for (const auto& [key, value] : keys) {
-            size_t at = text.rfind('\n', text.find(" " + key + ":", text.find("AlgPipeline:"))) + 1;
-            text.replace(at, text.find('\n', at) - at, "   " + key + ": " + value);
-        }
-        qbrender::CodeStyle style;
-        style.rotationDeg = 21.0;
-        cv::Mat img = qbrender::renderCode(qbrender::randomBits(5), style);
-        std::vector<int> bits(91, 0);
-        cv::Rect roi;
-        // One file per test: ctest runs the tests of this fixture side by side.
-        const std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
-        AlgPipeline pipeline(testsupport::writeFile("driver_" + name + ".yml", text));
-        return pipeline.Pipeline(img.data, img.rows, img.cols, bits.data(), 91, "result.bmp", roi);
-    }
-
-    bool exists(const std::string& name) { return !testsupport::readFile(prefix + name).empty(); }
-};
-
-TEST_F(DriverFiles, OnlyTheChosenGroupsAreWrittenUnderTheirNames) {
-    ASSERT_EQ(run({{"imwriteOverlay", "1"}, {"savePath", "\"" + prefix + "\""}}), 0);
+    for (const auto& f : files) std::remove((prefix + f).c_str());
+    ASSERT_EQ(runWith({{"imwriteOverlay", "1"}, {"savePath", savePath}}), 0);
     for (const auto& f : files)
-        EXPECT_EQ(exists(f), f == "_ori_result.bmp.jpg" || f == "_bin_result.bmp.jpg") << f;
-    ASSERT_EQ(run({{"isWriteImg", "1"},
-                   {"imwriteOverlay", "1"},
-                   {"isWriteData", "1"},
-                   {"savePath", "\"" + prefix + "\""}}),
+        EXPECT_EQ(!readFile(prefix + f).empty(),
+                  f == "_ori_result.bmp.jpg" || f == "_bin_result.bmp.jpg")
+            << f;
+    ASSERT_EQ(runWith({{"isWriteImg", "1"},
+                       {"imwriteOverlay", "1"},
+                       {"isWriteData", "1"},
+                       {"savePath", savePath}}),
               0);
-    for (const auto& f : files) EXPECT_TRUE(exists(f)) << f;
+    for (const auto& f : files) EXPECT_FALSE(readFile(prefix + f).empty()) << f;
     EXPECT_EQ(cv::imread(prefix + "Bin_roi_result.bmp.jpg", cv::IMREAD_UNCHANGED).channels(), 1);
-}
-
-TEST_F(DriverFiles, NoDisplayOrAnUnwritableFolderDoesNotFailTheRun) {
-    // Showing windows without a display is skipped; with one it would wait for a key.
-    if (!testsupport::hasDisplay()) {
-        EXPECT_EQ(run({{"isShowImg", "1"}}), 0);
-    }
     testing::internal::CaptureStdout();
     const int status =
-        run({{"isWriteImg", "1"}, {"imwriteOverlay", "1"}, {"savePath", "\"/nonexistent/\""}});
+        runWith({{"isWriteImg", "1"}, {"imwriteOverlay", "1"}, {"savePath", "\"/nonexistent/\""}});
     const std::string out = testing::internal::GetCapturedStdout();
     EXPECT_EQ(status, 0);
     EXPECT_NE(out.find("cannot write /nonexistent/_ori_result.bmp.jpg"), std::string::npos);

@@ -1,11 +1,6 @@
-// The C++ reader: frames back to input pixels, options from a file, from text and from code, and
-// the full result on rendered codes.
-#include <cmath>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <opencv2/imgproc.hpp>
+// The C++ reader: frames back to input pixels, options from a file, from text and from code,
+// every code of a frame, and the extended C call. Full results on rendered codes are the decode
+// tests'.
 
 #include "FrameChain.h"
 #include "ImageRotation.h"
@@ -60,85 +55,24 @@ TEST(FrameChain, FollowsThePixelsThroughEveryFrameAndBack) {
     turn.rotate(up, up, 30.0f);
     f = chain.turn(up.size(), 30.0);
 
-    const cv::Point2d expected = chain.fromInput(spot, f);
     const cv::Point2d seen = centroidOf(up);
-    EXPECT_NEAR(seen.x, expected.x, 0.25);
-    EXPECT_NEAR(seen.y, expected.y, 0.25);
-    const cv::Point2d back = chain.toInput(seen, f);
-    EXPECT_NEAR(back.x, spot.x, 0.5);
-    EXPECT_NEAR(back.y, spot.y, 0.5);
-    for (int k = 0; k <= f; ++k) {
-        const cv::Point2d there = chain.map(cv::Point2d(11.5, -7.25), f, k);
-        const cv::Point2d again = chain.map(there, k, f);
-        EXPECT_NEAR(again.x, 11.5, 1e-9);
-        EXPECT_NEAR(again.y, -7.25, 1e-9);
-    }
+    EXPECT_LT(cv::norm(seen - chain.fromInput(spot, f)), 0.35);
+    EXPECT_LT(cv::norm(chain.toInput(seen, f) - spot), 0.7);
+    const cv::Point2d p(11.5, -7.25);
+    for (int k = 0; k <= f; ++k) EXPECT_LT(cv::norm(chain.map(chain.map(p, f, k), k, f) - p), 1e-9);
     EXPECT_NEAR(chain.scaleToInput(f), 640.0 / 384.0, 1e-12);
 }
 
-struct Placement {
-    const char* name;
-    double rotation, spacing;
-    cv::Size size;
-    cv::Point2d centre;
-    bool preCrop;
-};
-
-class FullResult : public ::testing::TestWithParam<Placement> {};
-
-// The centre and the six corners of the outer ring land on the printed dots, in input pixels,
-// whatever the turn, the spacing, the downsampling and the fixed pre-crop did.
-TEST_P(FullResult, CentreAndCornersLandOnThePrintedDots) {
-    const Placement& p = GetParam();
-    qbrender::CodeStyle style = geomtest::style(p.rotation, p.spacing, p.size, p.centre);
-    const std::vector<int> bits = qbrender::randomBits(7);
-    const cv::Mat img = qbrender::renderCode(bits, style);
-    qbcode::ReaderOptions options = qbcode::ReaderOptions::fromFile(QBCODE_DEFAULT_PARAMS);
-    options.params().imgPreROI = p.preCrop ? 1 : 0;
-    const qbcode::Result r = readMat(img, options);
-    ASSERT_EQ(r.status, 0) << r.statusName();
-    EXPECT_EQ(r.bits, bits);
-    // The grid fitted to the detected dots places them to a fraction of a pixel.
-    const double tolerance = 1.0;
-    EXPECT_LT(distance(r.centre, p.centre), tolerance);
-    EXPECT_NEAR(r.spacing, p.spacing, 0.01 * p.spacing);
-    EXPECT_LE(std::fabs(geomtest::periodDiff(r.angle, p.rotation)), 0.5);
-    const std::vector<cv::Point2d> offsets = qbrender::gridOffsets(5, p.spacing, p.rotation);
-    for (const qbcode::Point& corner : r.corners) {
-        double nearest = 1e9;
-        for (int j = 0; j < 6; ++j) {
-            const cv::Point2d& o = offsets[61 + 5 * j];
-            nearest = std::min(nearest, distance(corner, p.centre + cv::Point2d(o.y, o.x)));
-        }
-        EXPECT_LT(nearest, tolerance) << corner.x << ", " << corner.y;
-    }
-    EXPECT_GE(r.evidence.correlation, 0.3);
-    EXPECT_EQ(r.evidence.fill.size(), bits.size());
-    EXPECT_GE(r.evidence.markerRatio, 2.0);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Placements, FullResult,
-    ::testing::Values(Placement{"Upright", 0, 22, {640, 480}, {320, 240}, false},
-                      Placement{"Turned37", 37, 24, {640, 480}, {300, 250}, false},
-                      Placement{"Turned113Wide", 113, 30, {640, 480}, {330, 236}, false},
-                      Placement{"PreCropOf1280x960", 71, 20, {1280, 960}, {640, 480}, true}),
-    [](const ::testing::TestParamInfo<Placement>& info) { return std::string(info.param.name); });
-
 TEST(ReaderOptions, TextFileAndDefaultsAgreeAndCodeCanChangeThem) {
     const qbcode::ReaderOptions fromFile = qbcode::ReaderOptions::fromFile(QBCODE_DEFAULT_PARAMS);
-    const qbcode::ReaderOptions fromText =
-        qbcode::ReaderOptions::fromYaml(testsupport::defaultParams());
+    const qbcode::ReaderOptions fromText = qbcode::ReaderOptions::fromYaml(defaultParams());
     const qbcode::ReaderOptions shipped;
     const cv::Mat img =
         qbrender::renderCode(qbrender::randomBits(3), geomtest::style(15, 22, cv::Size(640, 480)));
-    const qbcode::Result a = readMat(img, fromFile), b = readMat(img, fromText),
-                         c = readMat(img, shipped);
+    const qbcode::Result a = readMat(img, fromFile);
     ASSERT_EQ(a.status, 0);
-    EXPECT_EQ(a.bits, b.bits);
-    EXPECT_EQ(a.bits, c.bits);
-    EXPECT_EQ(a.box, b.box);
-    EXPECT_EQ(a.box, c.box);
+    for (const qbcode::Result& b : {readMat(img, fromText), readMat(img, shipped)})
+        EXPECT_TRUE(a.bits == b.bits && a.box == b.box);
 
     // Set in code: the stages take the record as it stands and read no file.
     qbcode::ReaderOptions three = fromText;
@@ -155,7 +89,7 @@ TEST(ReaderOptions, BrokenSourcesFailTheReadLikeTheFileWould) {
               QBCODE_CONFIG);
     EXPECT_EQ(readMat(img, qbcode::ReaderOptions::fromFile("/nonexistent/params.yml")).status,
               QBCODE_CONFIG);
-    const std::string noImageSection = testsupport::paramsWithout("ImageProcess", "DnRatio");
+    const std::string noImageSection = paramsWithout("ImageProcess", "DnRatio");
     EXPECT_EQ(readMat(img, qbcode::ReaderOptions::fromYaml(noImageSection)).status,
               QBCODE_IMAGE_PARAMS_MISSING);
     EXPECT_EQ(qbcode::read(qbcode::ImageView(img.data, 480, 640, 100)).status,
@@ -181,19 +115,11 @@ TEST(ReadAll, EveryCodeInTheFrame) {
     EXPECT_LT(distance(a.centre, {300, 240}), 1.0);
     EXPECT_LT(distance(b.centre, {950, 250}), 1.0);
     EXPECT_EQ(qbcode::readAll(view, qbcode::ReaderOptions(), 1).size(), 1u);
-
     qbcode_result results[4];
     EXPECT_EQ(qbcode_read_all(img.data, img.rows, img.cols, 0, QBCODE_DEFAULT_PARAMS, results, 4),
               2);
     const cv::Mat blank(480, 640, CV_8U, cv::Scalar(0));
     EXPECT_TRUE(qbcode::readAll(qbcode::ImageView(blank.data, 480, 640)).empty());
-}
-
-TEST(StatusTable, NamesEveryCodeOnce) {
-    EXPECT_STREQ(qbcode_status_name(0), "ok");
-    EXPECT_STREQ(qbcode_status_name(3), "ok");
-    EXPECT_STREQ(qbcode_status_name(-100), "empty-image/angle-config");
-    EXPECT_STREQ(qbcode_status_name(-12345), "unknown");
 }
 
 // The extended C call gives what the original one gives, and the rest, on any row stride.
@@ -215,8 +141,7 @@ TEST(ExtendedCall, AgreesWithTheOriginalCallOnAnyStride) {
         EXPECT_EQ(r.bit_count, 91);
         EXPECT_EQ(std::vector<int>(r.bits, r.bits + 91), legacyBits);
         EXPECT_EQ(std::vector<int>(r.box, r.box + 4), std::vector<int>(legacyBox, legacyBox + 4));
-        EXPECT_NEAR(r.centre.x, 330, 1.0);
-        EXPECT_NEAR(r.centre.y, 230, 1.0);
+        EXPECT_LT(std::hypot(r.centre.x - 330, r.centre.y - 230), 1.0);
         EXPECT_EQ(r.checks.verified, 1);
         EXPECT_EQ(r.checks.markers_matched, 18);
         EXPECT_GT(r.margin, 0.0);

@@ -3,13 +3,11 @@
 // Also runs a no-code set where any success is a false read.
 #include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iomanip>
 #include <iostream>
 #include <map>
 #include <random>
@@ -22,6 +20,7 @@
 
 #include "qbcode_hexagon_recognition.h"
 #include "qbcode_render.h"
+#include "../read_line.h"
 
 namespace fs = std::filesystem;
 
@@ -44,9 +43,7 @@ struct Condition {
 };
 
 struct Outcome {
-    int images = 0;
-    int exact = 0;
-    int wrong = 0;
+    int images = 0, exact = 0, wrong = 0;
     std::map<int, int> statuses;
     std::vector<double> ms;
 };
@@ -55,81 +52,55 @@ double uniform(Rng& rng, double lo, double hi) {
     return std::uniform_real_distribution<double>(lo, hi)(rng);
 }
 
-int printedDots(const std::vector<int>& bits) {
-    return static_cast<int>(std::count(bits.begin(), bits.end(), 1));
-}
-
 // A random valid code with at least minDots printed dots (and at most maxDots).
 std::vector<int> randomCode(Rng& rng, int minDots, int maxDots = 91) {
     for (;;) {
         std::vector<uint8_t> payload(10);
         for (auto& b : payload) b = static_cast<uint8_t>(rng());
         auto bits = qbrender::payloadBits(payload);
-        const int n = printedDots(bits);
+        const auto n = std::count(bits.begin(), bits.end(), 1);
         if (n >= minDots && n <= maxDots) return bits;
     }
 }
 
-// Code geometry and camera of one sample; every field has a nominal default.
+// Code geometry and camera of one sample: fixed options, and the ranges the rest is drawn from.
 struct Scene {
-    cv::Size size{640, 480};
+    qbrender::CodeStyle style;    // spacing, diameter, turn and centre are drawn
+    qbrender::CameraOptions cam;  // blur, noise, tilt axis and seed are drawn
     double spacingLo = 16, spacingHi = 36;
     double diameterLo = 0.5, diameterHi = 0.7;  // of the spacing
     double blurLo = 0, blurHi = 1;
     double noiseLo = 0, noiseHi = 4;
-    double background = 30, foreground = 220;
-    int jpeg = 0;
-    double tilt = 0, tiltHi = -1;  // tiltHi >= 0: uniform in [tilt, tiltHi]
-    double lighting = 0, vignette = 0;
-    int clutter = 0;
-    double clutterClearance = -1;  // px from the code centre; negative: just clear of the code
-    double texture = 0;
+    double tiltHi = -1;  // >= 0: tilt uniform from cam.tiltDeg to tiltHi
     int minDots = 45, maxDots = 91;
     double cut = 0;  // share of the code's radius pushed past a random frame edge
 };
 
 Sample renderScene(const Scene& s, Rng& rng) {
-    qbrender::CodeStyle style;
-    style.size = s.size;
+    qbrender::CodeStyle style = s.style;
+    const cv::Size size = style.size;
     style.spacing = uniform(rng, s.spacingLo, s.spacingHi);
     style.dotDiameter = style.spacing * uniform(rng, s.diameterLo, s.diameterHi);
     style.rotationDeg = uniform(rng, 0, 360);
-    style.background = s.background;
-    style.foreground = s.foreground;
     // Keep the whole code inside the frame with room to spare.
     const double radius = 5 * style.spacing + style.dotDiameter;
-    const double roomX = std::max(0.0, s.size.width / 2.0 - radius - 8);
-    const double roomY = std::max(0.0, s.size.height / 2.0 - radius - 8);
-    style.centre = cv::Point2d(s.size.width / 2.0 + uniform(rng, -1, 1) * std::min(roomX, 60.0),
-                               s.size.height / 2.0 + uniform(rng, -1, 1) * std::min(roomY, 60.0));
+    const double roomX = std::max(0.0, size.width / 2.0 - radius - 8);
+    const double roomY = std::max(0.0, size.height / 2.0 - radius - 8);
+    style.centre = cv::Point2d(size.width / 2.0 + uniform(rng, -1, 1) * std::min(roomX, 60.0),
+                               size.height / 2.0 + uniform(rng, -1, 1) * std::min(roomY, 60.0));
     if (s.cut > 0) {
+        // One side, drawn at random: left, right, top or bottom.
         const double inside = radius * (1.0 - s.cut);
-        switch (rng() % 4) {
-            case 0:
-                style.centre.x = inside;
-                break;
-            case 1:
-                style.centre.x = s.size.width - inside;
-                break;
-            case 2:
-                style.centre.y = inside;
-                break;
-            default:
-                style.centre.y = s.size.height - inside;
-                break;
-        }
+        const int side = static_cast<int>(rng() % 4);
+        double& axis = side < 2 ? style.centre.x : style.centre.y;
+        const double length = side < 2 ? size.width : size.height;
+        axis = side % 2 == 0 ? inside : length - inside;
     }
-    qbrender::CameraOptions cam;
+    qbrender::CameraOptions cam = s.cam;
     cam.blurSigma = uniform(rng, s.blurLo, s.blurHi);
     cam.noiseSigma = uniform(rng, s.noiseLo, s.noiseHi);
-    cam.jpegQuality = s.jpeg;
-    cam.tiltDeg = s.tiltHi >= 0 ? uniform(rng, s.tilt, s.tiltHi) : s.tilt;
+    if (s.tiltHi >= 0) cam.tiltDeg = uniform(rng, s.cam.tiltDeg, s.tiltHi);
     cam.tiltAxisDeg = uniform(rng, 0, 180);
-    cam.lightingGradient = s.lighting;
-    cam.vignette = s.vignette;
-    cam.clutterBlobs = s.clutter;
-    cam.clutterClearance = s.clutterClearance;
-    cam.textureAmplitude = s.texture;
     cam.seed = rng();
     Sample out;
     out.bits = randomCode(rng, s.minDots, s.maxDots);
@@ -155,7 +126,6 @@ cv::Mat noiseImage(Rng& rng, cv::Size size, double blur) {
 
 // A hexagonal dot field that looks like a code but whose markers are random.
 Sample fakeField(Rng& rng) {
-    Scene s;
     qbrender::CodeStyle style;
     style.spacing = uniform(rng, 18, 30);
     style.dotDiameter = style.spacing * 0.6;
@@ -194,37 +164,41 @@ std::vector<Condition> buildConditions(const std::vector<cv::Mat>& photos) {
     Scene nominal;
     add("nominal", "", 0, "nominal", sceneGenerator(nominal));
 
-    // One condition per value of an axis; the value equal to `hard` belongs to the hard set.
+    // One condition per value of an axis, in `set`; the value equal to `hard` is in the hard set.
+    using Edit = std::function<void(Scene&, double)>;
     auto sweep = [&](const std::string& label, const std::string& unit, const std::string& axis,
-                     std::vector<double> values, double hard,
-                     const std::function<void(Scene&, double)>& set) {
+                     std::vector<double> values, const Edit& edit, double hard = -1,
+                     const std::string& set = "sweep") {
         for (double v : values) {
             Scene s = nominal;
-            set(s, v);
+            edit(s, v);
             std::ostringstream name;
             name << label << ' ' << v << unit;
-            add(name.str(), axis, v, v == hard ? "hard" : "sweep", sceneGenerator(s));
+            add(name.str(), axis, v, v == hard ? "hard" : set, sceneGenerator(s));
         }
     };
-    const double none = -1;
-    sweep("spacing", "px", "spacing (px)", {12, 14, 16, 20, 24, 28, 32, 36, 40, 44}, none,
+    sweep("spacing", "px", "spacing (px)", {12, 14, 16, 20, 24, 28, 32, 36, 40, 44},
           [](Scene& s, double v) { s.spacingLo = s.spacingHi = v; });
-    sweep("diameter", "%", "dot diameter (%)", {40, 50, 60, 70, 80}, none,
+    sweep("diameter", "%", "dot diameter (%)", {40, 50, 60, 70, 80},
           [](Scene& s, double v) { s.diameterLo = s.diameterHi = v / 100; });
-    sweep("contrast", "", "contrast (grey levels)", {15, 25, 40, 80, 190}, none,
-          [](Scene& s, double v) { s.foreground = s.background + v; });
-    sweep("brightness bg", "", "background level", {0, 60, 120, 160}, none, [](Scene& s, double v) {
-        s.background = v;
-        s.foreground = std::min(255.0, v + 90);
+    sweep("contrast", "", "contrast (grey levels)", {15, 25, 40, 80, 190},
+          [](Scene& s, double v) { s.style.foreground = s.style.background + v; });
+    sweep("brightness bg", "", "background level", {0, 60, 120, 160}, [](Scene& s, double v) {
+        s.style.background = v;
+        s.style.foreground = std::min(255.0, v + 90);
     });
-    sweep("blur", "", "blur sigma (px)", {0, 0.6, 1.0, 1.4, 1.8, 2.2, 2.6}, 1.8,
-          [](Scene& s, double v) { s.blurLo = s.blurHi = v; });
-    sweep("noise", "", "noise sigma", {0, 4, 7, 10, 14, 20}, 10,
-          [](Scene& s, double v) { s.noiseLo = s.noiseHi = v; });
-    sweep("jpeg", "", "JPEG quality", {90, 60, 40, 25}, 60,
-          [](Scene& s, double v) { s.jpeg = static_cast<int>(v); });
-    sweep("tilt", "deg", "tilt (deg)", {0, 5, 10, 15, 20, 25, 30, 35}, 10,
-          [](Scene& s, double v) { s.tilt = v; });
+    sweep(
+        "blur", "", "blur sigma (px)", {0, 0.6, 1.0, 1.4, 1.8, 2.2, 2.6},
+        [](Scene& s, double v) { s.blurLo = s.blurHi = v; }, 1.8);
+    sweep(
+        "noise", "", "noise sigma", {0, 4, 7, 10, 14, 20},
+        [](Scene& s, double v) { s.noiseLo = s.noiseHi = v; }, 10);
+    sweep(
+        "jpeg", "", "JPEG quality", {90, 60, 40, 25},
+        [](Scene& s, double v) { s.cam.jpegQuality = static_cast<int>(v); }, 60);
+    sweep(
+        "tilt", "deg", "tilt (deg)", {0, 5, 10, 15, 20, 25, 30, 35},
+        [](Scene& s, double v) { s.cam.tiltDeg = v; }, 10);
     // One condition from the nominal scene with a few fields changed.
     auto variant = [&](const std::string& name, const std::string& set,
                        const std::function<void(Scene&)>& edit) {
@@ -233,23 +207,23 @@ std::vector<Condition> buildConditions(const std::vector<cv::Mat>& photos) {
         add(name, "", 0, set, sceneGenerator(s));
     };
     variant("uneven lighting", "hard", [](Scene& s) {
-        s.lighting = 0.5;
-        s.vignette = 0.3;
+        s.cam.lightingGradient = 0.5;
+        s.cam.vignette = 0.3;
     });
     // Stray blobs within the clustering's reach widen the region of interest; the code then
     // sits off-centre and the upright turn can cut an outer dot (see docs/envelope.md).
-    variant("texture clutter", "hard", [](Scene& s) { s.texture = 30; });
+    variant("texture clutter", "hard", [](Scene& s) { s.cam.textureAmplitude = 30; });
     variant("stray blobs 250px away", "sweep", [](Scene& s) {
-        s.clutter = 15;
-        s.clutterClearance = 250;
+        s.cam.clutterBlobs = 15;
+        s.cam.clutterClearance = 250;
     });
     variant("blobs near the code", "design", [](Scene& s) {
-        s.texture = 25;
-        s.clutter = 15;
+        s.cam.textureAmplitude = 25;
+        s.cam.clutterBlobs = 15;
     });
     auto large = [](double lo, double hi) {
         return [lo, hi](Scene& s) {
-            s.size = cv::Size(1280, 960);
+            s.style.size = cv::Size(1280, 960);
             s.spacingLo = lo;
             s.spacingHi = hi;
         };
@@ -258,36 +232,31 @@ std::vector<Condition> buildConditions(const std::vector<cv::Mat>& photos) {
     variant("960x1280 spacing 16-36", "sweep", large(16, 36));
     // What ordinary prints and cameras show.
     variant("dark dots on light", "camera", [](Scene& s) {
-        s.background = 200;
-        s.foreground = 40;
+        s.style.background = 200;
+        s.style.foreground = 40;
     });
     variant("tilt 15-35deg", "camera", [](Scene& s) {
-        s.tilt = 15;
+        s.cam.tiltDeg = 15;
         s.tiltHi = 35;
     });
     variant("960x1280 spacing 12-60", "camera", large(12, 60));
-    for (double cut : {0.15, 0.3, 0.5}) {
-        Scene s = nominal;
-        s.cut = cut;
-        add("cut by the frame " + std::to_string(static_cast<int>(cut * 100)) + "%", "", 0, "cut",
-            sceneGenerator(s));
-    }
-    for (int dots : {30, 36, 40, 44}) {
-        Scene s = nominal;
-        s.minDots = dots;
-        s.maxDots = dots + 1;
-        add("printed dots " + std::to_string(dots), "printed dots", dots, "design",
-            sceneGenerator(s));
-    }
+    sweep(
+        "cut by the frame", "%", "", {15, 30, 50}, [](Scene& s, double v) { s.cut = v / 100; }, -1,
+        "cut");
+    sweep(
+        "printed dots", "", "printed dots", {30, 36, 40, 44},
+        [](Scene& s, double v) {
+            s.minDots = static_cast<int>(v);
+            s.maxDots = s.minDots + 1;
+        },
+        -1, "design");
 
-    if (!photos.empty()) {
+    if (!photos.empty())
         add("photographs", "", 0, "nocode", [photos](Rng& rng) {
-            const cv::Mat& p = photos[rng() % photos.size()];
-            cv::Mat out = p.clone();
+            cv::Mat out = photos[rng() % photos.size()].clone();
             if (rng() % 2) cv::flip(out, out, 1);
             return Sample{out, {}};
         });
-    }
     add("textures", "", 0, "nocode", [](Rng& rng) {
         return Sample{noiseImage(rng, cv::Size(640, 480), uniform(rng, 1.5, 6)), {}};
     });
@@ -296,20 +265,6 @@ std::vector<Condition> buildConditions(const std::vector<cv::Mat>& photos) {
     });
     add("fake hex fields", "", 0, "nocode", [](Rng& rng) { return fakeField(rng); });
     return c;
-}
-
-// One line per image of the reference table: condition, index, status, bits (hex), box.
-std::string referenceLine(const std::string& cond, int index, int status,
-                          const std::vector<int>& bits, const int* box) {
-    std::ostringstream line;
-    line << cond << '\t' << index << '\t' << status << '\t';
-    for (size_t i = 0; i < bits.size(); i += 4) {
-        int nibble = 0;
-        for (size_t k = i; k < i + 4 && k < bits.size(); ++k) nibble = nibble * 2 + (bits[k] != 0);
-        line << "0123456789abcdef"[nibble];
-    }
-    line << '\t' << box[0] << ' ' << box[1] << ' ' << box[2] << ' ' << box[3];
-    return line.str();
 }
 
 Outcome run(const Condition& cond, int images, uint64_t seed, const std::string& params,
@@ -328,7 +283,10 @@ Outcome run(const Condition& cond, int images, uint64_t seed, const std::string&
         o.ms.push_back(std::chrono::duration<double, std::milli>(t1 - t0).count());
         ++o.images;
         ++o.statuses[status];
-        if (reference) reference->push_back(referenceLine(cond.name, i, status, bits, box));
+        // One line per image of the reference table: condition, index, then the read.
+        if (reference)
+            reference->push_back(cond.name + '\t' + std::to_string(i) + '\t' +
+                                 readLine(status, bits, box));
         const bool success = status == 0;
         const bool exact = success && !s.bits.empty() && bits == s.bits;
         if (exact) ++o.exact;
@@ -360,13 +318,10 @@ double median(std::vector<double> v) {
 }
 
 std::string histogram(const std::map<int, int>& h) {
-    std::ostringstream s;
-    bool first = true;
-    for (const auto& kv : h) {
-        s << (first ? "" : " ") << kv.first << ":" << kv.second;
-        first = false;
-    }
-    return s.str();
+    std::string s;
+    for (const auto& [status, n] : h)
+        s += (s.empty() ? "" : " ") + std::to_string(status) + ":" + std::to_string(n);
+    return s;
 }
 
 // Decode rate against each swept axis, one panel per axis.
@@ -380,6 +335,9 @@ void writePlot(const std::string& path, const std::vector<Condition>& conds,
     const int pw = 360, ph = 240, colsN = 3;
     const int rowsN = static_cast<int>((axes.size() + colsN - 1) / colsN);
     cv::Mat plot(rowsN * ph, colsN * pw, CV_8UC3, cv::Scalar(255, 255, 255));
+    auto text = [&plot](const std::string& t, cv::Point at, double scale) {
+        cv::putText(plot, t, at, cv::FONT_HERSHEY_PLAIN, scale, cv::Scalar(0, 0, 0));
+    };
     for (size_t a = 0; a < axes.size(); ++a) {
         const int ox = static_cast<int>(a % colsN) * pw, oy = static_cast<int>(a / colsN) * ph;
         std::vector<std::pair<double, double>> pts;
@@ -394,8 +352,7 @@ void writePlot(const std::string& path, const std::vector<Condition>& conds,
         for (int pct = 0; pct <= 100; pct += 25) {
             const int y = area.y + area.height - pct * area.height / 100;
             cv::line(plot, {area.x, y}, {area.x + area.width, y}, cv::Scalar(220, 220, 220), 1);
-            cv::putText(plot, std::to_string(pct), {ox + 15, y + 4}, cv::FONT_HERSHEY_PLAIN, 0.9,
-                        cv::Scalar(0, 0, 0));
+            text(std::to_string(pct), {ox + 15, y + 4}, 0.9);
         }
         cv::Point prev(-1, -1);
         for (auto& p : pts) {
@@ -404,16 +361,11 @@ void writePlot(const std::string& path, const std::vector<Condition>& conds,
                 area.y + area.height - static_cast<int>(p.second / 100.0 * area.height));
             if (prev.x >= 0) cv::line(plot, prev, q, cv::Scalar(200, 80, 0), 2, cv::LINE_AA);
             cv::circle(plot, q, 3, cv::Scalar(0, 0, 200), -1, cv::LINE_AA);
-            std::ostringstream lab;
-            lab << p.first;
-            cv::putText(plot, lab.str(), {q.x - 8, area.y + area.height + 14},
-                        cv::FONT_HERSHEY_PLAIN, 0.8, cv::Scalar(0, 0, 0));
+            text(cv::format("%g", p.first), {q.x - 8, area.y + area.height + 14}, 0.8);
             prev = q;
         }
-        cv::putText(plot, axes[a], {ox + 50, oy + ph - 18}, cv::FONT_HERSHEY_PLAIN, 1.0,
-                    cv::Scalar(0, 0, 0));
-        cv::putText(plot, "decode %", {ox + 50, oy + 20}, cv::FONT_HERSHEY_PLAIN, 1.0,
-                    cv::Scalar(0, 0, 0));
+        text(axes[a], {ox + 50, oy + ph - 18}, 1.0);
+        text("decode %", {ox + 50, oy + 20}, 1.0);
     }
     cv::imwrite(path, plot);
 }
@@ -430,57 +382,39 @@ int usage() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    int images = 200;
-    uint64_t seed = 20261122;
+    std::map<std::string, std::string> opt = {
+        {"--images", "200"}, {"--seed", "20261122"},    {"--params", QBCODE_DEFAULT_PARAMS},
+        {"--photos", ""},    {"--out", "accuracy-out"}, {"--only", ""},
+        {"--keep", "3"},     {"--record", ""},          {"--compare", ""}};
     bool quick = false, check = false;
-    std::string params = QBCODE_DEFAULT_PARAMS, photosDir, outDir = "accuracy-out", only;
-    std::string recordFile, compareFile;
-    int keep = 3;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
-        auto next = [&]() -> std::string { return i + 1 < argc ? argv[++i] : std::string(); };
-        if (a == "--quick") {
-            quick = true;
-        } else if (a == "--check") {
-            check = true;
-        } else if (a == "--images") {
-            images = std::atoi(next().c_str());
-        } else if (a == "--seed") {
-            seed = std::strtoull(next().c_str(), nullptr, 10);
-        } else if (a == "--params") {
-            params = next();
-        } else if (a == "--photos") {
-            photosDir = next();
-        } else if (a == "--out") {
-            outDir = next();
-        } else if (a == "--only") {
-            only = next();
-        } else if (a == "--keep") {
-            keep = std::atoi(next().c_str());
-        } else if (a == "--record") {
-            recordFile = next();
-        } else if (a == "--compare") {
-            compareFile = next();
-        } else {
+        if (a == "--quick" || a == "--check")
+            (a == "--quick" ? quick : check) = true;
+        else if (opt.count(a) && i + 1 < argc)
+            opt[a] = argv[++i];
+        else
             return usage();
-        }
     }
+    const int images = std::atoi(opt["--images"].c_str()), keep = std::atoi(opt["--keep"].c_str());
+    const uint64_t seed = std::strtoull(opt["--seed"].c_str(), nullptr, 10);
+    const std::string &outDir = opt["--out"], &only = opt["--only"];
+    const std::string &recordFile = opt["--record"], &compareFile = opt["--compare"];
     if (images <= 0) return usage();
 
-    auto conds = buildConditions(loadPhotos(photosDir));
-    if (quick) {
-        // The fixed-seed form run by the test suite: the bars' own conditions, fewer images.
-        std::vector<Condition> keep;
-        for (auto& c : conds)
-            if (c.set == "nominal" || c.set == "hard" || c.set == "nocode") keep.push_back(c);
-        conds = keep;
-    }
-    if (!only.empty()) {
-        std::vector<Condition> keep;
-        for (auto& c : conds)
-            if (c.name.find(only) != std::string::npos) keep.push_back(c);
-        conds = keep;
-    }
+    auto conds = buildConditions(loadPhotos(opt["--photos"]));
+    auto keepIf = [&conds](const std::function<bool(const Condition&)>& wanted) {
+        conds.erase(std::remove_if(conds.begin(), conds.end(),
+                                   [&](const Condition& c) { return !wanted(c); }),
+                    conds.end());
+    };
+    // The fixed-seed form run by the test suite: the bars' own conditions, fewer images.
+    if (quick)
+        keepIf([](const Condition& c) {
+            return c.set == "nominal" || c.set == "hard" || c.set == "nocode";
+        });
+    if (!only.empty())
+        keepIf([&](const Condition& c) { return c.name.find(only) != std::string::npos; });
     // The reference table fixes every read of a set of renders, so that faster or restructured
     // code can be held to the same status, bits and box.
     std::vector<std::string> expected;
@@ -492,14 +426,11 @@ int main(int argc, char** argv) {
         }
         for (std::string line; std::getline(in, line);)
             if (!line.empty() && line[0] != '#') expected.push_back(line);
-        std::vector<Condition> keep;
-        for (auto& c : conds)
-            for (const auto& line : expected)
-                if (line.compare(0, c.name.size() + 1, c.name + "\t") == 0) {
-                    keep.push_back(c);
-                    break;
-                }
-        conds = keep;
+        keepIf([&](const Condition& c) {
+            return std::any_of(expected.begin(), expected.end(), [&](const std::string& line) {
+                return line.compare(0, c.name.size() + 1, c.name + "\t") == 0;
+            });
+        });
     }
     const bool referenceRun = !recordFile.empty() || !compareFile.empty();
     fs::create_directories(outDir + "/failed");
@@ -507,29 +438,27 @@ int main(int argc, char** argv) {
     std::vector<Outcome> outcomes;
     std::ofstream csv(outDir + "/accuracy.csv");
     csv << "condition,set,images,exact_rate,wrong_rate,median_ms,statuses\n";
-    std::cout << std::left << std::setw(26) << "condition" << std::setw(9) << "set" << std::right
-              << std::setw(7) << "images" << std::setw(10) << "decode%" << std::setw(9) << "wrong%"
-              << std::setw(10) << "med ms"
-              << "  statuses\n";
+    const char* row = "%-26s%-9s%7s%10s%9s%10s  %s\n";
+    std::printf(row, "condition", "set", "images", "decode%", "wrong%", "med ms", "statuses");
     bool ok = true;
     std::vector<std::string> reference;
     for (const auto& c : conds) {
         const int n = c.set == "nominal" && !quick && !referenceRun ? images * 5 : images;
-        Outcome o =
-            run(c, n, seed, params, outDir + "/failed", keep, referenceRun ? &reference : nullptr);
+        Outcome o = run(c, n, seed, opt["--params"], outDir + "/failed", keep,
+                        referenceRun ? &reference : nullptr);
         const double exact = 100.0 * o.exact / o.images;
         const double wrong = 100.0 * o.wrong / o.images;
         const double falseReads =
             c.set == "nocode" && o.statuses.count(0) ? 100.0 * o.statuses.at(0) / o.images : 0.0;
-        std::cout << std::left << std::setw(26) << c.name << std::setw(9) << c.set << std::right
-                  << std::setw(7) << o.images << std::fixed << std::setprecision(1) << std::setw(10)
-                  << (c.set == "nocode" ? 100.0 - falseReads : exact) << std::setw(9)
-                  << (c.set == "nocode" ? falseReads : wrong) << std::setw(10) << median(o.ms)
-                  << "  " << histogram(o.statuses) << "\n";
+        // A no-code set reports the share of images read as no code, and its false reads.
+        const double shownRate = c.set == "nocode" ? 100.0 - falseReads : exact;
+        const double shownWrong = c.set == "nocode" ? falseReads : wrong;
+        std::printf(row, c.name.c_str(), c.set.c_str(), std::to_string(o.images).c_str(),
+                    cv::format("%.1f", shownRate).c_str(), cv::format("%.1f", shownWrong).c_str(),
+                    cv::format("%.1f", median(o.ms)).c_str(), histogram(o.statuses).c_str());
         csv << '"' << c.name << "\"," << c.set << ',' << o.images << ','
-            << (c.set == "nocode" ? 0.0 : exact / 100.0) << ','
-            << (c.set == "nocode" ? falseReads : wrong) / 100.0 << ',' << median(o.ms) << ",\""
-            << histogram(o.statuses) << "\"\n";
+            << (c.set == "nocode" ? 0.0 : exact / 100.0) << ',' << shownWrong / 100.0 << ','
+            << median(o.ms) << ",\"" << histogram(o.statuses) << "\"\n";
         // The quick form has too few images for the full bars: it demands no wrong read and
         // the decode rate the full bars imply for a dozen images (at most one miss).
         const double nominalBar = quick ? 90.0 : 99.5, hardBar = quick ? 90.0 : 95.0;
@@ -539,7 +468,6 @@ int main(int argc, char** argv) {
         if ((c.set == "cut" || c.set == "camera") && o.wrong > 0) ok = false;
         outcomes.push_back(std::move(o));
     }
-    std::cout << std::defaultfloat;
     writePlot(outDir + "/accuracy.png", conds, outcomes);
     std::cout << "table: " << outDir << "/accuracy.csv, plot: " << outDir
               << "/accuracy.png, failures: " << outDir << "/failed/\n";
@@ -554,9 +482,9 @@ int main(int argc, char** argv) {
     if (!compareFile.empty()) {
         int differ = 0;
         for (const auto& line : expected)
-            if (std::find(reference.begin(), reference.end(), line) == reference.end()) {
-                if (++differ <= 20) std::cout << "differs: " << line << std::endl;
-            }
+            if (std::find(reference.begin(), reference.end(), line) == reference.end() &&
+                ++differ <= 20)
+                std::cout << "differs: " << line << std::endl;
         std::cout << reference.size() << " reads compared, " << differ << " differ" << std::endl;
         if (differ > 0 || reference.size() != expected.size()) return 1;
     }
