@@ -1,4 +1,4 @@
-// Fuzz target: rendered codes with damage, and raw images of any size, through both C calls.
+// Fuzz target: rendered codes with damage, and raw images of any size, through every C call.
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -15,5 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                                 91, box, 4);
     qbcode_result full;
     qbcode_read(pixels, img.rows, img.cols, 0, QBCODE_DEFAULT_PARAMS, &full);
+    qbcode_result all[3];
+    qbcode_read_all(pixels, img.rows, img.cols, 0, QBCODE_DEFAULT_PARAMS, all, 3);
     return 0;
 }

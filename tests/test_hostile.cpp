@@ -370,6 +370,10 @@ TEST_P(HostileImage, ReturnsItsStatusInTime) {
     EXPECT_LT(o.seconds, kCaseSeconds);
     qbcode_result full;
     EXPECT_EQ(qbcode_read(pixels, c.rows, c.cols, 0, QBCODE_DEFAULT_PARAMS, &full), c.status);
+    // Every code: a refused frame refuses with the same status, a code comes back.
+    qbcode_result all[4];
+    const int n = qbcode_read_all(pixels, c.rows, c.cols, 0, QBCODE_DEFAULT_PARAMS, all, 4);
+    EXPECT_TRUE(c.status == 0 ? n >= 1 && n <= 4 : n == c.status || (n >= 0 && n <= 4)) << n;
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, HostileImage, ::testing::ValuesIn(kImages),

@@ -20,7 +20,7 @@ cv::Mat frame(uint64_t payload, double rotation) {
     return qbrender::renderCamera(qbrender::randomBits(payload), style, camera);
 }
 
-// Both C calls and the C++ read of one frame, as one line of text to compare.
+// Every C call and the C++ read of one frame, as one line of text to compare.
 std::string readBoth(const cv::Mat& img, const std::string& params) {
     std::vector<int> bits(91, -1);
     int box[4] = {0, 0, 0, 0};
@@ -38,6 +38,8 @@ std::string readBoth(const cv::Mat& img, const std::string& params) {
         << qbcode_read(img.data, img.rows, img.cols, 0, params.c_str(), &full) << ' '
         << full.message << ' ';
     for (int i = 0; i < std::min(full.bit_count, QBCODE_MAX_BITS); ++i) out << full.bits[i];
+    qbcode_result all[2];
+    out << ' ' << qbcode_read_all(img.data, img.rows, img.cols, 0, params.c_str(), all, 2);
     return out.str();
 }
 
