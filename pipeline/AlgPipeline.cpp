@@ -405,19 +405,19 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
     // Where the dots were fitted, the geometry follows them to a fraction of a pixel; else it
     // is the grid's, whose centre is a whole pixel of the upright frame.
     const cv::Matx23d fit = checks.fitted ? checks.fit : cv::Matx23d(1, 0, 0, 0, 1, 0);
+    auto fitted = [&](const cv::Point2d& p) {
+        return cv::Point2d(fit(0, 0) * p.x + fit(0, 1) * p.y + fit(0, 2),
+                           fit(1, 0) * p.x + fit(1, 1) * p.y + fit(1, 2));
+    };
     auto onDots = [&](const cv::Point2d& p) {
-        const cv::Point2d q(fit(0, 0) * p.x + fit(0, 1) * p.y + fit(0, 2),
-                            fit(1, 0) * p.x + fit(1, 1) * p.y + fit(1, 2));
-        return toPoint(frames.toInput(q, uprightFrame));
+        return toPoint(frames.toInput(fitted(p), uprightFrame));
     };
     // Angle and spacing from the ideal grid to where the positions ended up (the same as the
     // fit unless the grid was refined).
     cv::Matx23d whole = fit;
     if (evidence.refined) {
         std::vector<cv::Point2d> ended;
-        for (const cv::Point2d& p : decoded.points)
-            ended.emplace_back(fit(0, 0) * p.x + fit(0, 1) * p.y + fit(0, 2),
-                               fit(1, 0) * p.x + fit(1, 1) * p.y + fit(1, 2));
+        for (const cv::Point2d& p : decoded.points) ended.push_back(fitted(p));
         if (!Grid_verification::fitAffine(decoded.ideal, ended, whole)) whole = fit;
     }
     const double fitScale =
