@@ -115,7 +115,8 @@ struct Result {
     int status = QBCODE_INTERNAL_ERROR;  // 0 when the code was read
     std::vector<int> bits;               // bit order: centre, then ring by ring
     // The box of the C entry point: the region of interest 22 px in on every side, scaled back
-    // by "DnRatio" (x, y, width, height in input pixels; also filled when the read failed).
+    // by "DnRatio" (x, y, width, height in input pixels, or with "imgPreROI" in the pixels of the
+    // pre-cropped frame, as the C call has always returned it; also filled when a read failed).
     std::array<int, 4> box{{0, 0, 0, 0}};
     int orientation = -1;            // 0..5: which of the six turns of the grid fits the markers
     double angle = 0.0;              // degrees the input was turned to bring the code upright
