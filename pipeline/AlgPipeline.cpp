@@ -321,6 +321,24 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
         centre = stages::centre(*startPoint, gap, binRot);
         gap = centre.gap;
         evidence.correlation = centre.correlation;
+        if (centre.status == -321 && padCrop && attempt == 0) {
+            // A crop cut close around a sparse outer ring is smaller than the template: it is
+            // padded to hold the template once, and searched again.
+            const int side = static_cast<int>(2 * ((layer + 0.5) * (gap + 1.0) + 0.5) + 3);
+            const int px = std::max(0, (side - binRot.cols + 1) / 2);
+            const int py = std::max(0, (side - binRot.rows + 1) / 2);
+            if (px + py > 0 && side < 4 * std::max(binRot.rows, binRot.cols)) {
+                for (cv::Mat* m : {&procRot, &binRot, &upright.input})
+                    if (!m->empty())
+                        cv::copyMakeBorder(*m, *m, py, py, px, px, cv::BORDER_CONSTANT,
+                                           cv::Scalar(0));
+                uprightFrame = frames.crop(cv::Point2d(-px, -py));
+                ++attempt;
+                centre = stages::centre(*startPoint, gap, binRot);
+                gap = centre.gap;
+                evidence.correlation = centre.correlation;
+            }
+        }
         if (centre.status == -314 && refining && centre.weak != cv::Point(0, 0)) {
             weak = centre.status;
             centre.status = 0;
