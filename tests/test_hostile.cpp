@@ -350,7 +350,7 @@ const std::vector<ImageCase> kImages = {
     {"code_inverted", 480, 640, [] { return cv::Mat(255 - codeFrame()); }, 0},
     {"code_cut_left", 480, 640, code(0.0, {60, 240}), -511},
     {"code_cut_bottom", 480, 640, code(0.0, {320, 460}), -500},
-    {"code_spacing_6", 480, 640, code(0.0, {-1, -1}, 6.0), -321},
+    {"code_spacing_6", 480, 640, code(0.0, {-1, -1}, 6.0), -314},
     {"two_codes", 480, 1280, twoCodes, 0},
     {"largest_frame", 4096, 4096, largestFrame, -314},
 };
