@@ -256,7 +256,8 @@ KeyList SystemPara::keysFor(const std::string& section) {
                 {"retryRatios", floatSeqKey(cam_retryRatios)},
                 {"padCrop", intKey(cam_padCrop)},
                 {"refineGrid", intKey(cam_refineGrid)},
-                {"spacingRange", floatSeqKey(cam_spacingRange)}};
+                {"spacingRange", floatSeqKey(cam_spacingRange)},
+                {"frameMargin", floatKey(cam_frameMargin)}};
     }
 
     return keys;

@@ -115,6 +115,7 @@ public:
     int cam_padCrop = 0;
     int cam_refineGrid = 0;
     std::vector<float> cam_spacingRange;  // downsampled px; empty: no size rule
+    float cam_frameMargin = 0.f;          // spacings from the frame's edge; 0: no check
 
     std::string paramPath;
     // YAML text held in memory; when not empty it is read instead of the file at paramPath.

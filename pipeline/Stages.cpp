@@ -14,6 +14,7 @@
 #include "PatternRotationCalculation.h"
 #include "Point_Generation.h"
 #include "ROI_Segment.h"
+#include "SystemPara.h"
 #include "gapCalculation.h"
 #include "rotationAngleCal_C.h"
 #include "startPoint_cal.h"
@@ -340,6 +341,11 @@ Verified verify(const Decoded& decoded, const Preprocessed& pre, const FrameChai
     in.fillThreshold = decoded.fillThreshold;
     in.spacing = gap;
     in.keptSize = regionSize;
+    if (para != nullptr && para->readPara("Camera") >= 0) {
+        const cv::Point2d o = frames.map({0, 0}, downsampled, regionFrame);
+        in.frame = cv::Rect2d(o.x, o.y, pre.processed.cols, pre.processed.rows);
+        in.frameMargin = para->cam_frameMargin;
+    }
     // The turn is affine: three points fix it.
     const cv::Point2d o = frames.map({0, 0}, uprightFrame, regionFrame);
     const cv::Point2d ex = frames.map({1, 0}, uprightFrame, regionFrame) - o;

@@ -19,12 +19,17 @@ std::vector<cv::Point2d> gridAt(double rotationDeg, cv::Point2d shift = {0, 0}) 
 
 struct Case {
     const char* name;
-    double turn;       // of the decoded grid against the print, degrees
-    int shiftSteps;    // along the first axis
-    double keptWidth;  // of the frame the upright turn read from
-    bool strayDot;     // a speck inside a blank box
-    int status;        // 0, a status, or 1 for "any refusal"
+    double turn;            // of the decoded grid against the print, degrees
+    int shiftSteps;         // along the first axis
+    double keptWidth;       // of the frame the upright turn read from
+    bool strayDot;          // a speck inside a blank box
+    int status;             // 0, a status, or 1 for "any refusal"
+    double frameWidth = 0;  // of the camera's frame from the kept area's left edge; 0: no check
 };
+
+void PrintTo(const Case& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class Verification : public ::testing::TestWithParam<Case> {};
 
@@ -62,6 +67,8 @@ TEST_P(Verification, RefusesGridsOffThePrint) {
         in.bits.push_back(fill > in.fillThreshold ? 1 : 0);
     }
     in.keptSize = cv::Size(static_cast<int>(c.keptWidth), bin.rows);
+    in.frame = cv::Rect2d(0, 0, c.frameWidth, bin.rows);
+    in.frameMargin = c.frameWidth > 0 ? 0.6 : 0.0;
     in.centroids = dots;
 
     Grid_verification verification(nullptr);
@@ -83,7 +90,9 @@ INSTANTIATE_TEST_SUITE_P(Grids, Verification,
                                            Case{"ShiftedOneStep", 0, 1, 320, false, 1},
                                            Case{"TurnedSixDegrees", 6, 0, 320, false, 1},
                                            Case{"CutByTheFrameEdge", 0, 0, 240, false, -511},
-                                           Case{"StrayDotInABlankBox", 0, 0, 320, true, -510}),
+                                           Case{"StrayDotInABlankBox", 0, 0, 320, true, -510},
+                                           Case{"WithinTheFramesMargin", 0, 0, 320, false, 0, 280},
+                                           Case{"NearTheFramesEdge", 0, 0, 320, false, -511, 255}),
                          [](const ::testing::TestParamInfo<Case>& info) {
                              return std::string(info.param.name);
                          });

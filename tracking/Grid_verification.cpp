@@ -128,8 +128,13 @@ int Grid_verification::Run(const Input& in, Checks& out) const {
     const double edge = edgeMargin * in.spacing;
     for (int i = 0; i < n; ++i) {
         const cv::Point2d p = apply(in.toKept, predicted[i]);
-        if (!(p.x >= edge && p.y >= edge && p.x <= in.keptSize.width - 1.0 - edge &&
-              p.y <= in.keptSize.height - 1.0 - edge))
+        const double border = in.frameMargin * in.spacing;
+        const bool nearFrame =
+            border > 0.0 &&
+            !(p.x >= in.frame.x + border && p.y >= in.frame.y + border &&
+              p.x <= in.frame.br().x - 1.0 - border && p.y <= in.frame.br().y - 1.0 - border);
+        if (nearFrame || !(p.x >= edge && p.y >= edge && p.x <= in.keptSize.width - 1.0 - edge &&
+                           p.y <= in.keptSize.height - 1.0 - edge))
             ++out.outside;
     }
 

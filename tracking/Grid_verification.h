@@ -27,6 +27,10 @@ public:
         // position was read from the image, outside from padding.
         cv::Matx23d toKept = cv::Matx23d(1, 0, 0, 0, 1, 0);
         cv::Size keptSize;
+        // The frame the dots were detected in, in the kept area's coordinates: a dot centred
+        // closer than frameMargin spacings to its edge may be cut by the camera's frame.
+        cv::Rect2d frame;
+        double frameMargin = 0.0;
         std::vector<cv::Point2d> centroids;  // detected dots, upright frame
     };
 
