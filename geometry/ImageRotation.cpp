@@ -82,6 +82,45 @@ void interiorColumns(const v4f& xs, const v4f& ys, float stepX, float stepY, int
     hi = std::max(lo, static_cast<int>(std::floor(to)) + 1);
 }
 
+// Columns [lo, hi) outside of which none of the four rows can sample a pixel of `content`
+// (every pixel outside it is 0), with the same allowance for drift.
+void contentColumns(const v4f& xs, const v4f& ys, float stepX, float stepY, int W, int H,
+                    const cv::Rect& content, int& lo, int& hi) {
+    const double margin = 2.0 + static_cast<double>(W) * (W + H) * std::ldexp(1.0, -22);
+    double xLow = content.x - margin, xHigh = content.x + content.width - 1 + margin;
+    double yLow = content.y - margin, yHigh = content.y + content.height - 1 + margin;
+    // x in [W - 0.5, W) reads the first pixel of the next row.
+    if (content.x == 0) {
+        xHigh = W + margin;
+        yLow -= 1.0;
+    }
+    double from = W, to = -1.0;
+    for (int i = 0; i < 4; ++i) {
+        double f = 0.0, t = W - 1.0;
+        auto keep = [&](double start, double step, double low, double high) {
+            if (step == 0.0) {
+                if (start < low || start > high) t = -1.0;
+                return;
+            }
+            double c1 = (low - start) / step, c2 = (high - start) / step;
+            if (c1 > c2) std::swap(c1, c2);
+            f = std::max(f, c1);
+            t = std::min(t, c2);
+        };
+        keep(xs[i], stepX, xLow, xHigh);
+        keep(ys[i], stepY, yLow, yHigh);
+        if (f <= t) {
+            from = std::min(from, f);
+            to = std::max(to, t);
+        }
+    }
+    lo = hi = 0;
+    if (!(from <= to)) return;
+    lo = std::max(0, static_cast<int>(std::floor(from)));
+    hi = std::min(W, static_cast<int>(std::ceil(to)) + 1);
+    if (hi < lo) hi = lo;
+}
+
 // floor(v + 0.5) for v >= 0, exactly as adding 0.5 in double and truncating: the fraction
 // v - trunc(v) is exact in float.
 inline v4i roundHalfUp(const v4f& v) {
@@ -94,9 +133,11 @@ inline v4i roundHalfUp(const v4f& v) {
 // vector lane each), and each performs exactly the additions of the row-by-row walk, so the
 // samples are bit-identical to it. Inside the columns where the whole group is surely in bounds
 // the tests are skipped.
+// With `content`, the sink takes no samples outside it (they would all be 0); the coordinates
+// still advance through every column, so the samples taken are the same.
 template <class Sink>
 void walkRotation(const unsigned char* src, unsigned short height, unsigned short width,
-                  float angle, Sink&& sink) {
+                  float angle, Sink&& sink, const cv::Rect* content = nullptr) {
     Walk w;
     if (!startWalk(height, width, angle, w)) return;
     const int H = height, W = width;
@@ -120,17 +161,25 @@ void walkRotation(const unsigned char* src, unsigned short height, unsigned shor
             }
             int lo, hi;
             interiorColumns(xs, ys, cosa, -s, W, H, lo, hi);
+            int first = 0, last = W;
+            if (content) contentColumns(xs, ys, cosa, -s, W, H, *content, first, last);
             unsigned v[4];
-            for (int c = 0; c < W; ++c) {
-                if (c == lo) {
-                    for (; c < hi; ++c) {
+            int c = 0;
+            for (; c < first; ++c) {
+                xs += stepX;
+                ys -= stepY;
+            }
+            for (; c < last; ++c) {
+                if (c >= lo && c < hi) {
+                    const int end = std::min(hi, last);
+                    for (; c < end; ++c) {
                         const v4i idx = roundHalfUp(ys) * W + roundHalfUp(xs);
                         for (int i = 0; i < 4; ++i) v[i] = src[idx[i]];
                         sink.put4(r, c, v);
                         xs += stepX;
                         ys -= stepY;
                     }
-                    if (c == W) break;
+                    if (c == last) break;
                 }
                 v4i in = (xs >= 0.f) & (ys >= 0.f) & (xs < fw) & (ys < fh);
                 // Lanes outside sample pixel 0 and are masked to 0 (NaN-free conversions too).
@@ -252,8 +301,14 @@ void ImageRotation::fast_rotate_image(unsigned char* dst, const unsigned char* s
 
 void ImageRotation::fast_rotate_project(float* colSums, const unsigned char* src,
                                         unsigned short height, unsigned short width, float angle) {
+    fast_rotate_project(colSums, src, height, width, angle, cv::Rect(0, 0, width, height));
+}
+
+void ImageRotation::fast_rotate_project(float* colSums, const unsigned char* src,
+                                        unsigned short height, unsigned short width, float angle,
+                                        const cv::Rect& content) {
     if (colSums == nullptr) return;
     std::memset(colSums, 0, sizeof(float) * width);
-    if (src == nullptr || !std::isfinite(angle)) return;
-    walkRotation(src, height, width, angle, SumSink{colSums});
+    if (src == nullptr || !std::isfinite(angle) || content.empty()) return;
+    walkRotation(src, height, width, angle, SumSink{colSums}, &content);
 }

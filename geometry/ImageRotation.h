@@ -21,6 +21,10 @@ public:
     // it. The sums are exact integers, so they equal that image reduced by cv::reduce.
     void fast_rotate_project(float* colSums, const unsigned char* src, unsigned short height,
                              unsigned short width, float angle);
+    // The same sums when every pixel outside `content` is 0: only samples that can fall
+    // inside it are taken.
+    void fast_rotate_project(float* colSums, const unsigned char* src, unsigned short height,
+                             unsigned short width, float angle, const cv::Rect& content);
 
     float angle = 0.f;
 };

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <vector>
 
+#include <opencv2/imgproc.hpp>
+
 int findPeaks(cv::Mat& src, cv::Mat& peaks, float thresh, int width) {
     if (src.empty() || src.channels() != 1 || peaks.type() != CV_32F || peaks.cols < 4) return 0;
     const int w = width;
@@ -96,6 +98,11 @@ bool PatternRotationCalculation::tablesUsable(const cv::Mat& scores, const cv::M
 void PatternRotationCalculation::scoreAngle(const cv::Mat& bin, int theta, cv::Mat& scores,
                                             cv::Mat& peakTable) {
     if (bin.empty() || bin.type() != CV_8UC1) return;
+    scoreAngle(bin, theta, scores, peakTable, cv::boundingRect(bin));
+}
+
+void PatternRotationCalculation::scoreAngle(const cv::Mat& bin, int theta, cv::Mat& scores,
+                                            cv::Mat& peakTable, const cv::Rect& content) {
     const cv::Mat src = bin.isContinuous() ? bin : bin.clone();
     // Sizes beyond 16 bits are cut by the rotation's own arguments; only there do the two
     // routes differ, so only there is the image materialised.
@@ -104,7 +111,7 @@ void PatternRotationCalculation::scoreAngle(const cv::Mat& bin, int theta, cv::M
             proj.create(1, src.cols, CV_32F);
         imgRotation->fast_rotate_project(
             proj.ptr<float>(0), src.data, static_cast<unsigned short>(src.rows),
-            static_cast<unsigned short>(src.cols), static_cast<float>(theta));
+            static_cast<unsigned short>(src.cols), static_cast<float>(theta), content);
     } else {
         if (turned.size() != src.size() || turned.type() != CV_8UC1)
             turned = cv::Mat::zeros(src.size(), CV_8UC1);
@@ -124,9 +131,10 @@ int PatternRotationCalculation::rotationAngleCal(cv::Mat& binImg, cv::Mat& score
     peakDetector->setParas(PeakThresh, 1, 4);
     if (binImg.empty() || binImg.type() != CV_8UC1) return rotated_angle(scores);
     const cv::Mat src = binImg.isContinuous() ? binImg : binImg.clone();
+    const cv::Rect content = cv::boundingRect(src);
     for (int theta : thetas) {
         if (theta > 180) continue;
-        scoreAngle(src, theta, scores, peakTable);
+        scoreAngle(src, theta, scores, peakTable, content);
     }
     return rotated_angle(scores);
 }
