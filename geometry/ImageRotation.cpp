@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
+#include <vector>
 
 #include <opencv2/imgproc.hpp>
 
@@ -243,13 +245,12 @@ struct ImageSink {
     void put1(int r, int c, unsigned v) { dst[r * width + c] = static_cast<unsigned char>(v); }
 };
 
-// Column sums stay below 2^24 (at most 65535 rows of 255), so float accumulation is exact.
+// Column sums stay below 2^24 (at most 65535 rows of 255): summed as integers and converted
+// once, they are the floats a float accumulation gives.
 struct SumSink {
-    float* sums;
-    void put4(int, int c, const unsigned* v) {
-        sums[c] += static_cast<float>(v[0] + v[1] + v[2] + v[3]);
-    }
-    void put1(int, int c, unsigned v) { sums[c] += static_cast<float>(v); }
+    uint32_t* sums;
+    void put4(int, int c, const unsigned* v) { sums[c] += v[0] + v[1] + v[2] + v[3]; }
+    void put1(int, int c, unsigned v) { sums[c] += v; }
 };
 
 }  // namespace
@@ -310,5 +311,7 @@ void ImageRotation::fast_rotate_project(float* colSums, const unsigned char* src
     if (colSums == nullptr) return;
     std::memset(colSums, 0, sizeof(float) * width);
     if (src == nullptr || !std::isfinite(angle) || content.empty()) return;
-    walkRotation(src, height, width, angle, SumSink{colSums}, &content);
+    std::vector<uint32_t> sums(width, 0u);
+    walkRotation(src, height, width, angle, SumSink{sums.data()}, &content);
+    for (int c = 0; c < width; ++c) colSums[c] = static_cast<float>(sums[c]);
 }

@@ -59,14 +59,14 @@ void PeakDetector::imageProject(cv::Mat& src, cv::Mat& dst, int dim) {
 void PeakDetector::peakDetector(cv::Mat& proj, cv::Mat& scores, cv::Mat& peakTable, int theta) {
     cv::Mat peaks = cv::Mat::zeros(std::max(peakTable.rows, 20), 4, CV_32F);
     const int n = findPeaks(proj, peaks, PeakThresh, filterWidth);
-    cv::Mat heights = peaks.col(2);
+    // The three highest peaks, each the first of its height, as minMaxLoc picks them.
     double sum = 0.0;
     for (int i = 0; i < 3; ++i) {
-        double top = 0.0;
-        cv::Point at;
-        cv::minMaxLoc(heights, nullptr, &top, nullptr, &at);
-        sum += top;
-        heights.at<float>(at) = 0.f;
+        int at = 0;
+        for (int r = 1; r < peaks.rows; ++r)
+            if (peaks.at<float>(r, 2) > peaks.at<float>(at, 2)) at = r;
+        sum += peaks.at<float>(at, 2);
+        peaks.at<float>(at, 2) = 0.f;
     }
     if (scores.type() == CV_32F && !scores.empty() && theta >= 0 && theta < scores.cols)
         scores.at<float>(0, theta) = static_cast<float>(sum);
