@@ -161,10 +161,11 @@ void walkRotation(const unsigned char* src, unsigned short height, unsigned shor
                 x0 += s;
                 y0 += cosa;
             }
-            int lo, hi;
-            interiorColumns(xs, ys, cosa, -s, W, H, lo, hi);
             int first = 0, last = W;
             if (content) contentColumns(xs, ys, cosa, -s, W, H, *content, first, last);
+            if (first >= last) continue;  // nothing of the content on these rows
+            int lo, hi;
+            interiorColumns(xs, ys, cosa, -s, W, H, lo, hi);
             unsigned v[4];
             int c = 0;
             for (; c < first; ++c) {
