@@ -57,6 +57,15 @@ inline unsigned sample(const unsigned char* src, float x, float y, float fw, flo
 typedef float v4f __attribute__((vector_size(16)));
 typedef int v4i __attribute__((vector_size(16)));
 
+// Smallest and largest lane, in double.
+inline void laneRange(const v4f& v, double& low, double& high) {
+    low = high = v[0];
+    for (int i = 1; i < 4; ++i) {
+        low = std::min<double>(low, v[i]);
+        high = std::max<double>(high, v[i]);
+    }
+}
+
 // Columns [lo, hi) where all four rows of a group sample strictly inside the source, away from
 // the rounding edges by more than the drift of the running sums.
 void interiorColumns(const v4f& xs, const v4f& ys, float stepX, float stepY, int W, int H, int& lo,
@@ -64,20 +73,28 @@ void interiorColumns(const v4f& xs, const v4f& ys, float stepX, float stepY, int
     // Each addition errs by at most half an ulp of a coordinate below W + H.
     const double margin = 1e-2 + static_cast<double>(W) * (W + H) * std::ldexp(1.0, -22);
     double from = 0.0, to = W - 1.0;
-    auto keep = [&](double start, double step, double low, double high) {
+    // Every lane within [low, high]: division rounds monotonically, so the extreme lanes give
+    // exactly the bounds the lanes one by one would.
+    auto keep = [&](const v4f& starts, double step, double low, double high) {
+        double sLow, sHigh;
+        laneRange(starts, sLow, sHigh);
         if (step == 0.0) {
-            if (start < low || start > high) to = -1.0;
+            if (sLow < low || sHigh > high) to = -1.0;
             return;
         }
-        double c1 = (low - start) / step, c2 = (high - start) / step;
-        if (c1 > c2) std::swap(c1, c2);
+        double c1, c2;
+        if (step > 0.0) {
+            c1 = (low - sLow) / step;
+            c2 = (high - sHigh) / step;
+        } else {
+            c1 = (high - sHigh) / step;
+            c2 = (low - sLow) / step;
+        }
         from = std::max(from, c1);
         to = std::min(to, c2);
     };
-    for (int i = 0; i < 4; ++i) {
-        keep(xs[i], stepX, margin, W - 0.5 - margin);
-        keep(ys[i], stepY, margin, H - 0.5 - margin);
-    }
+    keep(xs, stepX, margin, W - 0.5 - margin);
+    keep(ys, stepY, margin, H - 0.5 - margin);
     lo = hi = 0;
     if (!(from <= to)) return;
     lo = static_cast<int>(std::ceil(from));
@@ -85,10 +102,30 @@ void interiorColumns(const v4f& xs, const v4f& ys, float stepX, float stepY, int
 }
 
 // Columns [lo, hi) outside of which none of the four rows can sample a pixel of `content`
-// (every pixel outside it is 0), with the same allowance for drift.
+// (every pixel outside it is 0), with a margin of two pixels for rounding and drift.
 void contentColumns(const v4f& xs, const v4f& ys, float stepX, float stepY, int W, int H,
-                    const cv::Rect& content, int& lo, int& hi) {
+                    const NonZeroShape& shape, int& lo, int& hi) {
+    const cv::Rect& content = shape.box;
     const double margin = 2.0 + static_cast<double>(W) * (W + H) * std::ldexp(1.0, -22);
+    // The four rows as one band of samples: at column c they lie within
+    // [xMin + c stepX, xMax + c stepX] x [yMin + c stepY, yMax + c stepY].
+    double xMin, xMax, yMin, yMax;
+    laneRange(xs, xMin, xMax);
+    laneRange(ys, yMin, yMax);
+    const double invX = stepX == 0.0f ? 0.0 : 1.0 / stepX;
+    const double invY = stepY == 0.0f ? 0.0 : 1.0 / stepY;
+    // Columns where [a + c step, b + c step] meets [low, high], narrowed into [f, t].
+    auto overlap = [](double a, double b, double step, double inv, double low, double high,
+                      double& f, double& t) {
+        if (step == 0.0) {
+            if (b < low || a > high) t = f - 1.0;
+            return;
+        }
+        double c1 = (low - b) * inv, c2 = (high - a) * inv;
+        if (c1 > c2) std::swap(c1, c2);
+        f = std::max(f, c1);
+        t = std::min(t, c2);
+    };
     double xLow = content.x - margin, xHigh = content.x + content.width - 1 + margin;
     double yLow = content.y - margin, yHigh = content.y + content.height - 1 + margin;
     // x in [W - 0.5, W) reads the first pixel of the next row.
@@ -96,30 +133,41 @@ void contentColumns(const v4f& xs, const v4f& ys, float stepX, float stepY, int 
         xHigh = W + margin;
         yLow -= 1.0;
     }
-    double from = W, to = -1.0;
-    for (int i = 0; i < 4; ++i) {
-        double f = 0.0, t = W - 1.0;
-        auto keep = [&](double start, double step, double low, double high) {
-            if (step == 0.0) {
-                if (start < low || start > high) t = -1.0;
-                return;
-            }
-            double c1 = (low - start) / step, c2 = (high - start) / step;
-            if (c1 > c2) std::swap(c1, c2);
-            f = std::max(f, c1);
-            t = std::min(t, c2);
-        };
-        keep(xs[i], stepX, xLow, xHigh);
-        keep(ys[i], stepY, yLow, yHigh);
-        if (f <= t) {
-            from = std::min(from, f);
-            to = std::max(to, t);
-        }
-    }
+    double from = 0.0, to = W - 1.0;
+    overlap(xMin, xMax, stepX, invX, xLow, xHigh, from, to);
+    overlap(yMin, yMax, stepY, invY, yLow, yHigh, from, to);
     lo = hi = 0;
     if (!(from <= to)) return;
     lo = std::max(0, static_cast<int>(std::floor(from)));
     hi = std::min(W, static_cast<int>(std::ceil(to)) + 1);
+    if (hi < lo) hi = lo;
+    // With a box touching column 0 the wrap above reads beyond any band's extent.
+    if (shape.band < 1 || shape.first.empty() || content.x == 0 || lo >= hi) return;
+
+    const double yFrom = std::min(yMin + lo * stepY, yMin + (hi - 1) * stepY) - margin;
+    const double yTo = std::max(yMax + lo * stepY, yMax + (hi - 1) * stepY) + margin;
+    const int bands = static_cast<int>(shape.first.size());
+    const int k0 = std::max(0, static_cast<int>(std::floor((yFrom - content.y) / shape.band)));
+    const int k1 =
+        std::min(bands - 1, static_cast<int>(std::floor((yTo - content.y) / shape.band)));
+    double cutFrom = hi, cutTo = lo - 1.0;
+    for (int k = k0; k <= k1; ++k) {
+        if (shape.first[k] > shape.last[k]) continue;
+        const double top = content.y + k * shape.band;
+        double f = lo, t = hi - 1.0;
+        overlap(yMin, yMax, stepY, invY, top - margin, top + shape.band - 1 + margin, f, t);
+        overlap(xMin, xMax, stepX, invX, shape.first[k] - margin, shape.last[k] + margin, f, t);
+        if (f <= t) {
+            cutFrom = std::min(cutFrom, f);
+            cutTo = std::max(cutTo, t);
+        }
+    }
+    if (!(cutFrom <= cutTo)) {
+        hi = lo;
+        return;
+    }
+    lo = std::max(lo, static_cast<int>(std::floor(cutFrom)));
+    hi = std::min(hi, static_cast<int>(std::ceil(cutTo)) + 1);
     if (hi < lo) hi = lo;
 }
 
@@ -139,7 +187,7 @@ inline v4i roundHalfUp(const v4f& v) {
 // still advance through every column, so the samples taken are the same.
 template <class Sink>
 void walkRotation(const unsigned char* src, unsigned short height, unsigned short width,
-                  float angle, Sink&& sink, const cv::Rect* content = nullptr) {
+                  float angle, Sink&& sink, const NonZeroShape* content = nullptr) {
     Walk w;
     if (!startWalk(height, width, angle, w)) return;
     const int H = height, W = width;
@@ -256,6 +304,26 @@ struct SumSink {
 
 }  // namespace
 
+NonZeroShape NonZeroShape::of(const cv::Mat& image) {
+    NonZeroShape shape;
+    shape.box = cv::boundingRect(image);
+    if (shape.box.empty()) return shape;
+    const int bands = (shape.box.height + shape.band - 1) / shape.band;
+    shape.first.assign(bands, image.cols);
+    shape.last.assign(bands, -1);
+    for (int y = shape.box.y; y < shape.box.y + shape.box.height; ++y) {
+        const unsigned char* row = image.ptr<unsigned char>(y);
+        int a = shape.box.x, b = shape.box.x + shape.box.width - 1;
+        while (a <= b && row[a] == 0) ++a;
+        while (b >= a && row[b] == 0) --b;
+        if (a > b) continue;
+        const int k = (y - shape.box.y) / shape.band;
+        shape.first[k] = std::min(shape.first[k], a);
+        shape.last[k] = std::max(shape.last[k], b);
+    }
+    return shape;
+}
+
 void ImageRotation::rotate(cv::Mat& src, cv::Mat& dst, float angle) {
     if (src.empty()) {
         dst.release();
@@ -311,7 +379,18 @@ void ImageRotation::fast_rotate_project(float* colSums, const unsigned char* src
                                         const cv::Rect& content) {
     if (colSums == nullptr) return;
     std::memset(colSums, 0, sizeof(float) * width);
-    if (src == nullptr || !std::isfinite(angle) || content.empty()) return;
+    NonZeroShape shape;
+    shape.box = content;
+    shape.band = 0;
+    fast_rotate_project(colSums, src, height, width, angle, shape);
+}
+
+void ImageRotation::fast_rotate_project(float* colSums, const unsigned char* src,
+                                        unsigned short height, unsigned short width, float angle,
+                                        const NonZeroShape& content) {
+    if (colSums == nullptr) return;
+    std::memset(colSums, 0, sizeof(float) * width);
+    if (src == nullptr || !std::isfinite(angle) || content.box.empty()) return;
     std::vector<uint32_t> sums(width, 0u);
     walkRotation(src, height, width, angle, SumSink{sums.data()}, &content);
     for (int c = 0; c < width; ++c) colSums[c] = static_cast<float>(sums[c]);

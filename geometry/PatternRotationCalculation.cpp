@@ -98,11 +98,11 @@ bool PatternRotationCalculation::tablesUsable(const cv::Mat& scores, const cv::M
 void PatternRotationCalculation::scoreAngle(const cv::Mat& bin, int theta, cv::Mat& scores,
                                             cv::Mat& peakTable) {
     if (bin.empty() || bin.type() != CV_8UC1) return;
-    scoreAngle(bin, theta, scores, peakTable, cv::boundingRect(bin));
+    scoreAngle(bin, theta, scores, peakTable, NonZeroShape::of(bin));
 }
 
 void PatternRotationCalculation::scoreAngle(const cv::Mat& bin, int theta, cv::Mat& scores,
-                                            cv::Mat& peakTable, const cv::Rect& content) {
+                                            cv::Mat& peakTable, const NonZeroShape& content) {
     const cv::Mat src = bin.isContinuous() ? bin : bin.clone();
     // Sizes beyond 16 bits are cut by the rotation's own arguments; only there do the two
     // routes differ, so only there is the image materialised.
@@ -131,7 +131,7 @@ int PatternRotationCalculation::rotationAngleCal(cv::Mat& binImg, cv::Mat& score
     peakDetector->setParas(PeakThresh, 1, 4);
     if (binImg.empty() || binImg.type() != CV_8UC1) return rotated_angle(scores);
     const cv::Mat src = binImg.isContinuous() ? binImg : binImg.clone();
-    const cv::Rect content = cv::boundingRect(src);
+    const NonZeroShape content = NonZeroShape::of(src);
     for (int theta : thetas) {
         if (theta > 180) continue;
         scoreAngle(src, theta, scores, peakTable, content);

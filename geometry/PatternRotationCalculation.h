@@ -60,7 +60,7 @@ public:
 private:
     // content: the box outside which bin is 0.
     void scoreAngle(const cv::Mat& bin, int theta, cv::Mat& scores, cv::Mat& peakTable,
-                    const cv::Rect& content);
+                    const NonZeroShape& content);
     cv::Mat proj;    // one projection row, reused across angles
     cv::Mat turned;  // only for images too large for the fused path
 };
