@@ -57,7 +57,9 @@ void PeakDetector::imageProject(cv::Mat& src, cv::Mat& dst, int dim) {
 }
 
 void PeakDetector::peakDetector(cv::Mat& proj, cv::Mat& scores, cv::Mat& peakTable, int theta) {
-    cv::Mat peaks = cv::Mat::zeros(std::max(peakTable.rows, 20), 4, CV_32F);
+    // findPeaks fills at most 20 rows: more would only add zeros to the search below.
+    float storage[20][4] = {};
+    cv::Mat peaks(20, 4, CV_32F, storage);
     const int n = findPeaks(proj, peaks, PeakThresh, filterWidth);
     // The three highest peaks, each the first of its height, as minMaxLoc picks them.
     double sum = 0.0;
