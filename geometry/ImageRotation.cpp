@@ -150,17 +150,35 @@ void contentColumns(const v4f& xs, const v4f& ys, float stepX, float stepY, int 
     const int k0 = std::max(0, static_cast<int>(std::floor((yFrom - content.y) / shape.band)));
     const int k1 =
         std::min(bands - 1, static_cast<int>(std::floor((yTo - content.y) / shape.band)));
-    double cutFrom = hi, cutTo = lo - 1.0;
-    for (int k = k0; k <= k1; ++k) {
-        if (shape.first[k] > shape.last[k]) continue;
+    // Columns of band k's content met by the group, within [lo, hi - 1]; its rows alone give
+    // [rowFrom, rowTo], which move monotonically with k along the walk.
+    auto bandColumns = [&](int k, double& rowFrom, double& rowTo, double& f, double& t) {
         const double top = content.y + k * shape.band;
-        double f = lo, t = hi - 1.0;
+        f = lo, t = hi - 1.0;
         overlap(yMin, yMax, stepY, invY, top - margin, top + shape.band - 1 + margin, f, t);
-        overlap(xMin, xMax, stepX, invX, shape.first[k] - margin, shape.last[k] + margin, f, t);
-        if (f <= t) {
-            cutFrom = std::min(cutFrom, f);
-            cutTo = std::max(cutTo, t);
+        rowFrom = f, rowTo = t;
+        if (shape.first[k] > shape.last[k]) {
+            t = f - 1.0;
+            return;
         }
+        overlap(xMin, xMax, stepX, invX, shape.first[k] - margin, shape.last[k] + margin, f, t);
+    };
+    // Bands in the order the walk meets them: the first and last columns come from the two
+    // ends, and a band that starts after the first found (ends before the last) cannot move it.
+    const bool down = stepY < 0.0f;
+    const int kFirst = down ? k1 : k0, kLast = down ? k0 : k1, dk = down ? -1 : 1;
+    double cutFrom = hi, cutTo = lo - 1.0;
+    for (int k = kFirst; k != kLast + dk; k += dk) {
+        double rowFrom, rowTo, f, t;
+        bandColumns(k, rowFrom, rowTo, f, t);
+        if (stepY != 0.0f && rowFrom >= cutFrom) break;
+        if (f <= t) cutFrom = std::min(cutFrom, f);
+    }
+    for (int k = kLast; k != kFirst - dk; k -= dk) {
+        double rowFrom, rowTo, f, t;
+        bandColumns(k, rowFrom, rowTo, f, t);
+        if (stepY != 0.0f && rowTo <= cutTo) break;
+        if (f <= t) cutTo = std::max(cutTo, t);
     }
     if (!(cutFrom <= cutTo)) {
         hi = lo;

@@ -14,6 +14,9 @@ import statistics
 import subprocess
 
 
+TIME = "cpu_time"
+
+
 def run(binary, pattern, min_time):
     out = subprocess.run(
         [binary, "--benchmark_filter=" + pattern, "--benchmark_min_time=%g" % min_time,
@@ -26,7 +29,7 @@ def run(binary, pattern, min_time):
         skip = {"real_time", "cpu_time", "iterations", "repetitions", "repetition_index",
                 "threads", "family_index", "per_family_instance_index"}
         counters = {k: v for k, v in b.items() if isinstance(v, float) and k not in skip}
-        rows[b["name"]] = (b["real_time"], b["time_unit"], counters)
+        rows[b["name"]] = (b[TIME], b["time_unit"], counters)
     return rows
 
 
@@ -37,7 +40,11 @@ def main():
     ap.add_argument("--filter", default="WholeCall|Anchor")
     ap.add_argument("--min-time", type=float, default=0.5)
     ap.add_argument("--reference", default="BM_WholeCall_C")
+    ap.add_argument("--time", choices=["cpu", "real"], default="cpu",
+                    help="CPU time (default) or wall time of the calling thread")
     args = ap.parse_args()
+    global TIME
+    TIME = args.time + "_time"
 
     times = {b: {} for b in args.binaries}
     counters = {b: {} for b in args.binaries}
@@ -53,7 +60,7 @@ def main():
 
     first = args.binaries[0]
     med = {b: {n: statistics.median(v) for n, v in times[b].items()} for b in args.binaries}
-    print("%d rounds, median per benchmark" % args.rounds)
+    print("%d rounds, median %s per benchmark" % (args.rounds, TIME))
     for name in sorted(med[first]):
         line = "%-28s" % name
         for b in args.binaries:
