@@ -1,7 +1,9 @@
 #include "LogFilter.h"
 
+#include <algorithm>
 #include <cmath>
 
+#include <opencv2/core/hal/intrin.hpp>
 #include <opencv2/imgproc.hpp>
 
 namespace {
@@ -9,6 +11,23 @@ namespace {
 // Sigma 170 (side 1021) is already far beyond any dot; larger kernels only risk the memory of
 // the DFT-backed filter.
 const float kMaxRoundedSigma = 170.0f;
+
+// out = max(out, (a + b) * scale), in one pass and in the order of the separate operations.
+void keepStrongest(const cv::Mat& a, const cv::Mat& b, float scale, cv::Mat& out) {
+    const float* pa = a.ptr<float>();
+    const float* pb = b.ptr<float>();
+    float* po = out.ptr<float>();
+    const int n = static_cast<int>(out.total() * out.channels());
+    int i = 0;
+    // 32-bit ARM NEON flushes denormals, unlike its scalar unit: lanes only elsewhere.
+#if CV_SIMD && (!defined(__arm__) || defined(__aarch64__))
+    const cv::v_float32 s = cv::vx_setall_f32(scale);
+    for (; i + cv::v_float32::nlanes <= n; i += cv::v_float32::nlanes)
+        cv::v_store(po + i, cv::v_max(cv::vx_load(po + i),
+                                      (cv::vx_load(pa + i) + cv::vx_load(pb + i)) * s));
+#endif
+    for (; i < n; ++i) po[i] = std::max(po[i], (pa[i] + pb[i]) * scale);
+}
 
 }  // namespace
 
@@ -78,7 +97,8 @@ int LogFilter::process(cv::Mat& src, cv::Mat& dst) {
             // which OpenCV filters through the DFT at these sizes.
             cv::sepFilter2D(src, R, -1, ax, gx, cv::Point(-1, -1), 0, cv::BORDER_DEFAULT);
             cv::sepFilter2D(src, second, -1, gx, ax, cv::Point(-1, -1), 0, cv::BORDER_DEFAULT);
-            R += second;
+            keepStrongest(R, second, sigma[i] * sigma[i], out);
+            continue;
         } else {
             cv::filter2D(src, R, -1, kernels[i], cv::Point(-1, -1), 0, cv::BORDER_DEFAULT);
         }
