@@ -90,6 +90,9 @@ int ImageProcessPipeline::process(cv::Mat& input, cv::Mat& processed, cv::Mat& b
     r = hessianProc.process(smoothImg, hessianImg);
     if (r < 0) return r;
     clear_inf(hessianImg);
+    // The Hessian left smoothImg in float; it is only written later, and freeing it lowers the
+    // peak of the LoG that follows.
+    if (!writeImg) smoothImg.release();
     const clock_t t3 = clock();
     if (showImg) debugShow("Hessian img", hessianImg, 0);
 
