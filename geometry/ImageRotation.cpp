@@ -103,8 +103,10 @@ void interiorColumns(const v4f& xs, const v4f& ys, float stepX, float stepY, int
 
 // Columns [lo, hi) outside of which none of the four rows can sample a pixel of `content`
 // (every pixel outside it is 0), with a margin of two pixels for rounding and drift.
-void contentColumns(const v4f& xs, const v4f& ys, float stepX, float stepY, int W, int H,
-                    const NonZeroShape& shape, int& lo, int& hi) {
+// invX, invY: 1 / stepX and 1 / stepY (0 for a zero step); the bounds need not be exact, the
+// margin covers their rounding.
+void contentColumns(const v4f& xs, const v4f& ys, float stepX, float stepY, double invX,
+                    double invY, int W, int H, const NonZeroShape& shape, int& lo, int& hi) {
     const cv::Rect& content = shape.box;
     const double margin = 2.0 + static_cast<double>(W) * (W + H) * std::ldexp(1.0, -22);
     // The four rows as one band of samples: at column c they lie within
@@ -112,8 +114,6 @@ void contentColumns(const v4f& xs, const v4f& ys, float stepX, float stepY, int 
     double xMin, xMax, yMin, yMax;
     laneRange(xs, xMin, xMax);
     laneRange(ys, yMin, yMax);
-    const double invX = stepX == 0.0f ? 0.0 : 1.0 / stepX;
-    const double invY = stepY == 0.0f ? 0.0 : 1.0 / stepY;
     // Columns where [a + c step, b + c step] meets [low, high], narrowed into [f, t].
     auto overlap = [](double a, double b, double step, double inv, double low, double high,
                       double& f, double& t) {
@@ -147,9 +147,9 @@ void contentColumns(const v4f& xs, const v4f& ys, float stepX, float stepY, int 
     const double yFrom = std::min(yMin + lo * stepY, yMin + (hi - 1) * stepY) - margin;
     const double yTo = std::max(yMax + lo * stepY, yMax + (hi - 1) * stepY) + margin;
     const int bands = static_cast<int>(shape.first.size());
-    const int k0 = std::max(0, static_cast<int>(std::floor((yFrom - content.y) / shape.band)));
-    const int k1 =
-        std::min(bands - 1, static_cast<int>(std::floor((yTo - content.y) / shape.band)));
+    const double perBand = 1.0 / shape.band;
+    const int k0 = std::max(0, static_cast<int>(std::floor((yFrom - content.y) * perBand)));
+    const int k1 = std::min(bands - 1, static_cast<int>(std::floor((yTo - content.y) * perBand)));
     // Columns of band k's content met by the group, within [lo, hi - 1]; its rows alone give
     // [rowFrom, rowTo], which move monotonically with k along the walk.
     auto bandColumns = [&](int k, double& rowFrom, double& rowTo, double& f, double& t) {
@@ -219,6 +219,8 @@ void walkRotation(const unsigned char* src, unsigned short height, unsigned shor
     if (total + W < 0x7fffffffu) {
         const int itotal = static_cast<int>(total);
         const v4f stepX = {cosa, cosa, cosa, cosa}, stepY = {s, s, s, s};
+        const double invX = cosa == 0.0f ? 0.0 : 1.0 / cosa;
+        const double invY = s == 0.0f ? 0.0 : 1.0 / -s;
         for (; r + 4 <= H; r += 4) {
             v4f xs, ys;
             for (int i = 0; i < 4; ++i) {
@@ -228,7 +230,7 @@ void walkRotation(const unsigned char* src, unsigned short height, unsigned shor
                 y0 += cosa;
             }
             int first = 0, last = W;
-            if (content) contentColumns(xs, ys, cosa, -s, W, H, *content, first, last);
+            if (content) contentColumns(xs, ys, cosa, -s, invX, invY, W, H, *content, first, last);
             if (first >= last) continue;  // nothing of the content on these rows
             int lo, hi;
             interiorColumns(xs, ys, cosa, -s, W, H, lo, hi);
