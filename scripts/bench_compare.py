@@ -59,6 +59,15 @@ def main():
                     counters[b].setdefault(name + " " + k, []).append(v)
 
     first = args.binaries[0]
+    # Each round ran every binary back to back: the ratio within a round cancels slow drifts of
+    # the machine's load, so its median is the steadier figure.
+    print("median of per-round ratios to the first binary")
+    for name in sorted(times[first]):
+        for b in args.binaries[1:]:
+            pairs = list(zip(times[first][name], times[b].get(name, [])))
+            if pairs:
+                ratios = [t / f for f, t in pairs]
+                print("  %-26s %s x%.3f" % (name, b, statistics.median(ratios)))
     med = {b: {n: statistics.median(v) for n, v in times[b].items()} for b in args.binaries}
     print("%d rounds, median %s per benchmark" % (args.rounds, TIME))
     for name in sorted(med[first]):
