@@ -23,6 +23,7 @@
 
 namespace {
 
+#if defined(QBCODE_BENCH_ZXING) || defined(QBCODE_BENCH_APRILTAG)
 // A symbol of `side` pixels (dark modules on a light ground) in the middle of a 480 x 640
 // frame, turned and degraded like the camera frames of our own code.
 cv::Mat cameraView(const cv::Mat& symbol, int side) {
@@ -43,6 +44,7 @@ cv::Mat cameraView(const cv::Mat& symbol, int side) {
     grey.convertTo(frame, CV_8U);
     return frame;
 }
+#endif
 
 #ifdef QBCODE_BENCH_ZXING
 void BM_Anchor_ZXingQR(benchmark::State& state) {
