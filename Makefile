@@ -5,13 +5,15 @@ TSAN_BUILD ?= build-tsan
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 PACKAGES   := cmake make g++ pkg-config libopencv-dev googletest libgtest-dev libbenchmark-dev \
               pybind11-dev python3-dev python3-numpy python3-pytest dpkg-dev
+# Only the benchmark's anchors use these; it builds them when found, nothing else needs them.
+ANCHOR_PACKAGES := libzxing-dev libapriltag-dev
 SUDO       := $(shell [ "$$(id -u)" -eq 0 ] || echo sudo)
 DEMO_DIR   := $(BUILD)/demo
 # Photographs for the no-code set: scikit-image's sample images, unpacked from the Debian package
 # without installing it (nothing of its Python code is used).
 PHOTOS     := $(BUILD)/photos
 
-.PHONY: all deps configure build asan tsan test test-arm deb demo bench accuracy fuzz photos format clean
+.PHONY: all deps anchor-deps configure build asan tsan test test-arm deb demo bench accuracy fuzz photos format clean
 
 all: build
 
@@ -93,7 +95,19 @@ demo: build
 	$(BUILD)/tools/qbcode read $(DEMO_DIR)/code.png --params $(DEMO_DIR)/params.yml
 	@echo "overlay: $(DEMO_DIR)/_ori_result.bmp.jpg (grey) and $(DEMO_DIR)/_bin_result.bmp.jpg (binary)"
 
-bench: build
+# Best effort: without them the benchmark runs without its anchors.
+anchor-deps:
+	@missing=""; \
+	for p in $(ANCHOR_PACKAGES); do dpkg -s $$p >/dev/null 2>&1 || missing="$$missing $$p"; done; \
+	if [ -n "$$missing" ]; then \
+	  echo "installing for the anchors:$$missing"; \
+	  ($(SUDO) apt-get update -qq && \
+	   DEBIAN_FRONTEND=noninteractive $(SUDO) apt-get install -y -qq $$missing) || \
+	  echo "anchor libraries not installed: the benchmark runs without them"; \
+	fi
+
+bench: anchor-deps build
+	cmake $(BUILD) >/dev/null && cmake --build $(BUILD) -j $(JOBS) --target qbcode_bench
 	$(BUILD)/bench/qbcode_bench --benchmark_min_time=0.2
 
 # The full accuracy suite: table, CSV, plot and kept failures under $(BUILD)/accuracy.

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
+#include <vector>
 
 #include <opencv2/imgproc.hpp>
 
@@ -55,6 +57,15 @@ inline unsigned sample(const unsigned char* src, float x, float y, float fw, flo
 typedef float v4f __attribute__((vector_size(16)));
 typedef int v4i __attribute__((vector_size(16)));
 
+// Smallest and largest lane, in double.
+inline void laneRange(const v4f& v, double& low, double& high) {
+    low = high = v[0];
+    for (int i = 1; i < 4; ++i) {
+        low = std::min<double>(low, v[i]);
+        high = std::max<double>(high, v[i]);
+    }
+}
+
 // Columns [lo, hi) where all four rows of a group sample strictly inside the source, away from
 // the rounding edges by more than the drift of the running sums.
 void interiorColumns(const v4f& xs, const v4f& ys, float stepX, float stepY, int W, int H, int& lo,
@@ -62,24 +73,120 @@ void interiorColumns(const v4f& xs, const v4f& ys, float stepX, float stepY, int
     // Each addition errs by at most half an ulp of a coordinate below W + H.
     const double margin = 1e-2 + static_cast<double>(W) * (W + H) * std::ldexp(1.0, -22);
     double from = 0.0, to = W - 1.0;
-    auto keep = [&](double start, double step, double low, double high) {
+    // Every lane within [low, high]: division rounds monotonically, so the extreme lanes give
+    // exactly the bounds the lanes one by one would.
+    auto keep = [&](const v4f& starts, double step, double low, double high) {
+        double sLow, sHigh;
+        laneRange(starts, sLow, sHigh);
         if (step == 0.0) {
-            if (start < low || start > high) to = -1.0;
+            if (sLow < low || sHigh > high) to = -1.0;
             return;
         }
-        double c1 = (low - start) / step, c2 = (high - start) / step;
-        if (c1 > c2) std::swap(c1, c2);
+        double c1, c2;
+        if (step > 0.0) {
+            c1 = (low - sLow) / step;
+            c2 = (high - sHigh) / step;
+        } else {
+            c1 = (high - sHigh) / step;
+            c2 = (low - sLow) / step;
+        }
         from = std::max(from, c1);
         to = std::min(to, c2);
     };
-    for (int i = 0; i < 4; ++i) {
-        keep(xs[i], stepX, margin, W - 0.5 - margin);
-        keep(ys[i], stepY, margin, H - 0.5 - margin);
-    }
+    keep(xs, stepX, margin, W - 0.5 - margin);
+    keep(ys, stepY, margin, H - 0.5 - margin);
     lo = hi = 0;
     if (!(from <= to)) return;
     lo = static_cast<int>(std::ceil(from));
     hi = std::max(lo, static_cast<int>(std::floor(to)) + 1);
+}
+
+// Columns [lo, hi) outside of which none of the four rows can sample a pixel of `content`
+// (every pixel outside it is 0), with a margin of two pixels for rounding and drift.
+// invX, invY: 1 / stepX and 1 / stepY (0 for a zero step); the bounds need not be exact, the
+// margin covers their rounding.
+void contentColumns(const v4f& xs, const v4f& ys, float stepX, float stepY, double invX,
+                    double invY, int W, int H, const NonZeroShape& shape, int& lo, int& hi) {
+    const cv::Rect& content = shape.box;
+    const double margin = 2.0 + static_cast<double>(W) * (W + H) * std::ldexp(1.0, -22);
+    // The four rows as one band of samples: at column c they lie within
+    // [xMin + c stepX, xMax + c stepX] x [yMin + c stepY, yMax + c stepY].
+    double xMin, xMax, yMin, yMax;
+    laneRange(xs, xMin, xMax);
+    laneRange(ys, yMin, yMax);
+    // Columns where [a + c step, b + c step] meets [low, high], narrowed into [f, t].
+    auto overlap = [](double a, double b, double step, double inv, double low, double high,
+                      double& f, double& t) {
+        if (step == 0.0) {
+            if (b < low || a > high) t = f - 1.0;
+            return;
+        }
+        double c1 = (low - b) * inv, c2 = (high - a) * inv;
+        if (c1 > c2) std::swap(c1, c2);
+        f = std::max(f, c1);
+        t = std::min(t, c2);
+    };
+    double xLow = content.x - margin, xHigh = content.x + content.width - 1 + margin;
+    double yLow = content.y - margin, yHigh = content.y + content.height - 1 + margin;
+    // x in [W - 0.5, W) reads the first pixel of the next row.
+    if (content.x == 0) {
+        xHigh = W + margin;
+        yLow -= 1.0;
+    }
+    double from = 0.0, to = W - 1.0;
+    overlap(xMin, xMax, stepX, invX, xLow, xHigh, from, to);
+    overlap(yMin, yMax, stepY, invY, yLow, yHigh, from, to);
+    lo = hi = 0;
+    if (!(from <= to)) return;
+    lo = std::max(0, static_cast<int>(std::floor(from)));
+    hi = std::min(W, static_cast<int>(std::ceil(to)) + 1);
+    if (hi < lo) hi = lo;
+    // With a box touching column 0 the wrap above reads beyond any band's extent.
+    if (shape.band < 1 || shape.first.empty() || content.x == 0 || lo >= hi) return;
+
+    const double yFrom = std::min(yMin + lo * stepY, yMin + (hi - 1) * stepY) - margin;
+    const double yTo = std::max(yMax + lo * stepY, yMax + (hi - 1) * stepY) + margin;
+    const int bands = static_cast<int>(shape.first.size());
+    const double perBand = 1.0 / shape.band;
+    const int k0 = std::max(0, static_cast<int>(std::floor((yFrom - content.y) * perBand)));
+    const int k1 = std::min(bands - 1, static_cast<int>(std::floor((yTo - content.y) * perBand)));
+    // Columns of band k's content met by the group, within [lo, hi - 1]; its rows alone give
+    // [rowFrom, rowTo], which move monotonically with k along the walk.
+    auto bandColumns = [&](int k, double& rowFrom, double& rowTo, double& f, double& t) {
+        const double top = content.y + k * shape.band;
+        f = lo, t = hi - 1.0;
+        overlap(yMin, yMax, stepY, invY, top - margin, top + shape.band - 1 + margin, f, t);
+        rowFrom = f, rowTo = t;
+        if (shape.first[k] > shape.last[k]) {
+            t = f - 1.0;
+            return;
+        }
+        overlap(xMin, xMax, stepX, invX, shape.first[k] - margin, shape.last[k] + margin, f, t);
+    };
+    // Bands in the order the walk meets them: the first and last columns come from the two
+    // ends, and a band that starts after the first found (ends before the last) cannot move it.
+    const bool down = stepY < 0.0f;
+    const int kFirst = down ? k1 : k0, kLast = down ? k0 : k1, dk = down ? -1 : 1;
+    double cutFrom = hi, cutTo = lo - 1.0;
+    for (int k = kFirst; k != kLast + dk; k += dk) {
+        double rowFrom, rowTo, f, t;
+        bandColumns(k, rowFrom, rowTo, f, t);
+        if (stepY != 0.0f && rowFrom >= cutFrom) break;
+        if (f <= t) cutFrom = std::min(cutFrom, f);
+    }
+    for (int k = kLast; k != kFirst - dk; k -= dk) {
+        double rowFrom, rowTo, f, t;
+        bandColumns(k, rowFrom, rowTo, f, t);
+        if (stepY != 0.0f && rowTo <= cutTo) break;
+        if (f <= t) cutTo = std::max(cutTo, t);
+    }
+    if (!(cutFrom <= cutTo)) {
+        hi = lo;
+        return;
+    }
+    lo = std::max(lo, static_cast<int>(std::floor(cutFrom)));
+    hi = std::min(hi, static_cast<int>(std::ceil(cutTo)) + 1);
+    if (hi < lo) hi = lo;
 }
 
 // floor(v + 0.5) for v >= 0, exactly as adding 0.5 in double and truncating: the fraction
@@ -94,9 +201,11 @@ inline v4i roundHalfUp(const v4f& v) {
 // vector lane each), and each performs exactly the additions of the row-by-row walk, so the
 // samples are bit-identical to it. Inside the columns where the whole group is surely in bounds
 // the tests are skipped.
+// With `content`, the sink takes no samples outside it (they would all be 0); the coordinates
+// still advance through every column, so the samples taken are the same.
 template <class Sink>
 void walkRotation(const unsigned char* src, unsigned short height, unsigned short width,
-                  float angle, Sink&& sink) {
+                  float angle, Sink&& sink, const NonZeroShape* content = nullptr) {
     Walk w;
     if (!startWalk(height, width, angle, w)) return;
     const int H = height, W = width;
@@ -110,6 +219,8 @@ void walkRotation(const unsigned char* src, unsigned short height, unsigned shor
     if (total + W < 0x7fffffffu) {
         const int itotal = static_cast<int>(total);
         const v4f stepX = {cosa, cosa, cosa, cosa}, stepY = {s, s, s, s};
+        const double invX = cosa == 0.0f ? 0.0 : 1.0 / cosa;
+        const double invY = s == 0.0f ? 0.0 : 1.0 / -s;
         for (; r + 4 <= H; r += 4) {
             v4f xs, ys;
             for (int i = 0; i < 4; ++i) {
@@ -118,19 +229,28 @@ void walkRotation(const unsigned char* src, unsigned short height, unsigned shor
                 x0 += s;
                 y0 += cosa;
             }
+            int first = 0, last = W;
+            if (content) contentColumns(xs, ys, cosa, -s, invX, invY, W, H, *content, first, last);
+            if (first >= last) continue;  // nothing of the content on these rows
             int lo, hi;
             interiorColumns(xs, ys, cosa, -s, W, H, lo, hi);
             unsigned v[4];
-            for (int c = 0; c < W; ++c) {
-                if (c == lo) {
-                    for (; c < hi; ++c) {
+            int c = 0;
+            for (; c < first; ++c) {
+                xs += stepX;
+                ys -= stepY;
+            }
+            for (; c < last; ++c) {
+                if (c >= lo && c < hi) {
+                    const int end = std::min(hi, last);
+                    for (; c < end; ++c) {
                         const v4i idx = roundHalfUp(ys) * W + roundHalfUp(xs);
                         for (int i = 0; i < 4; ++i) v[i] = src[idx[i]];
                         sink.put4(r, c, v);
                         xs += stepX;
                         ys -= stepY;
                     }
-                    if (c == W) break;
+                    if (c == last) break;
                 }
                 v4i in = (xs >= 0.f) & (ys >= 0.f) & (xs < fw) & (ys < fh);
                 // Lanes outside sample pixel 0 and are masked to 0 (NaN-free conversions too).
@@ -194,16 +314,35 @@ struct ImageSink {
     void put1(int r, int c, unsigned v) { dst[r * width + c] = static_cast<unsigned char>(v); }
 };
 
-// Column sums stay below 2^24 (at most 65535 rows of 255), so float accumulation is exact.
+// Column sums stay below 2^24 (at most 65535 rows of 255): summed as integers and converted
+// once, they are the floats a float accumulation gives.
 struct SumSink {
-    float* sums;
-    void put4(int, int c, const unsigned* v) {
-        sums[c] += static_cast<float>(v[0] + v[1] + v[2] + v[3]);
-    }
-    void put1(int, int c, unsigned v) { sums[c] += static_cast<float>(v); }
+    uint32_t* sums;
+    void put4(int, int c, const unsigned* v) { sums[c] += v[0] + v[1] + v[2] + v[3]; }
+    void put1(int, int c, unsigned v) { sums[c] += v; }
 };
 
 }  // namespace
+
+NonZeroShape NonZeroShape::of(const cv::Mat& image) {
+    NonZeroShape shape;
+    shape.box = cv::boundingRect(image);
+    if (shape.box.empty()) return shape;
+    const int bands = (shape.box.height + shape.band - 1) / shape.band;
+    shape.first.assign(bands, image.cols);
+    shape.last.assign(bands, -1);
+    for (int y = shape.box.y; y < shape.box.y + shape.box.height; ++y) {
+        const unsigned char* row = image.ptr<unsigned char>(y);
+        int a = shape.box.x, b = shape.box.x + shape.box.width - 1;
+        while (a <= b && row[a] == 0) ++a;
+        while (b >= a && row[b] == 0) --b;
+        if (a > b) continue;
+        const int k = (y - shape.box.y) / shape.band;
+        shape.first[k] = std::min(shape.first[k], a);
+        shape.last[k] = std::max(shape.last[k], b);
+    }
+    return shape;
+}
 
 void ImageRotation::rotate(cv::Mat& src, cv::Mat& dst, float angle) {
     if (src.empty()) {
@@ -252,8 +391,27 @@ void ImageRotation::fast_rotate_image(unsigned char* dst, const unsigned char* s
 
 void ImageRotation::fast_rotate_project(float* colSums, const unsigned char* src,
                                         unsigned short height, unsigned short width, float angle) {
+    fast_rotate_project(colSums, src, height, width, angle, cv::Rect(0, 0, width, height));
+}
+
+void ImageRotation::fast_rotate_project(float* colSums, const unsigned char* src,
+                                        unsigned short height, unsigned short width, float angle,
+                                        const cv::Rect& content) {
     if (colSums == nullptr) return;
     std::memset(colSums, 0, sizeof(float) * width);
-    if (src == nullptr || !std::isfinite(angle)) return;
-    walkRotation(src, height, width, angle, SumSink{colSums});
+    NonZeroShape shape;
+    shape.box = content;
+    shape.band = 0;
+    fast_rotate_project(colSums, src, height, width, angle, shape);
+}
+
+void ImageRotation::fast_rotate_project(float* colSums, const unsigned char* src,
+                                        unsigned short height, unsigned short width, float angle,
+                                        const NonZeroShape& content) {
+    if (colSums == nullptr) return;
+    std::memset(colSums, 0, sizeof(float) * width);
+    if (src == nullptr || !std::isfinite(angle) || content.box.empty()) return;
+    std::vector<uint32_t> sums(width, 0u);
+    walkRotation(src, height, width, angle, SumSink{sums.data()}, &content);
+    for (int c = 0; c < width; ++c) colSums[c] = static_cast<float>(sums[c]);
 }

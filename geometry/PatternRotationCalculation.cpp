@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <vector>
 
+#include <opencv2/imgproc.hpp>
+
 int findPeaks(cv::Mat& src, cv::Mat& peaks, float thresh, int width) {
     if (src.empty() || src.channels() != 1 || peaks.type() != CV_32F || peaks.cols < 4) return 0;
     const int w = width;
@@ -55,16 +57,18 @@ void PeakDetector::imageProject(cv::Mat& src, cv::Mat& dst, int dim) {
 }
 
 void PeakDetector::peakDetector(cv::Mat& proj, cv::Mat& scores, cv::Mat& peakTable, int theta) {
-    cv::Mat peaks = cv::Mat::zeros(std::max(peakTable.rows, 20), 4, CV_32F);
+    // findPeaks fills at most 20 rows: more would only add zeros to the search below.
+    float storage[20][4] = {};
+    cv::Mat peaks(20, 4, CV_32F, storage);
     const int n = findPeaks(proj, peaks, PeakThresh, filterWidth);
-    cv::Mat heights = peaks.col(2);
+    // The three highest peaks, each the first of its height, as minMaxLoc picks them.
     double sum = 0.0;
     for (int i = 0; i < 3; ++i) {
-        double top = 0.0;
-        cv::Point at;
-        cv::minMaxLoc(heights, nullptr, &top, nullptr, &at);
-        sum += top;
-        heights.at<float>(at) = 0.f;
+        int at = 0;
+        for (int r = 1; r < peaks.rows; ++r)
+            if (peaks.at<float>(r, 2) > peaks.at<float>(at, 2)) at = r;
+        sum += peaks.at<float>(at, 2);
+        peaks.at<float>(at, 2) = 0.f;
     }
     if (scores.type() == CV_32F && !scores.empty() && theta >= 0 && theta < scores.cols)
         scores.at<float>(0, theta) = static_cast<float>(sum);
@@ -96,6 +100,11 @@ bool PatternRotationCalculation::tablesUsable(const cv::Mat& scores, const cv::M
 void PatternRotationCalculation::scoreAngle(const cv::Mat& bin, int theta, cv::Mat& scores,
                                             cv::Mat& peakTable) {
     if (bin.empty() || bin.type() != CV_8UC1) return;
+    scoreAngle(bin, theta, scores, peakTable, NonZeroShape::of(bin));
+}
+
+void PatternRotationCalculation::scoreAngle(const cv::Mat& bin, int theta, cv::Mat& scores,
+                                            cv::Mat& peakTable, const NonZeroShape& content) {
     const cv::Mat src = bin.isContinuous() ? bin : bin.clone();
     // Sizes beyond 16 bits are cut by the rotation's own arguments; only there do the two
     // routes differ, so only there is the image materialised.
@@ -104,7 +113,7 @@ void PatternRotationCalculation::scoreAngle(const cv::Mat& bin, int theta, cv::M
             proj.create(1, src.cols, CV_32F);
         imgRotation->fast_rotate_project(
             proj.ptr<float>(0), src.data, static_cast<unsigned short>(src.rows),
-            static_cast<unsigned short>(src.cols), static_cast<float>(theta));
+            static_cast<unsigned short>(src.cols), static_cast<float>(theta), content);
     } else {
         if (turned.size() != src.size() || turned.type() != CV_8UC1)
             turned = cv::Mat::zeros(src.size(), CV_8UC1);
@@ -124,9 +133,10 @@ int PatternRotationCalculation::rotationAngleCal(cv::Mat& binImg, cv::Mat& score
     peakDetector->setParas(PeakThresh, 1, 4);
     if (binImg.empty() || binImg.type() != CV_8UC1) return rotated_angle(scores);
     const cv::Mat src = binImg.isContinuous() ? binImg : binImg.clone();
+    const NonZeroShape content = NonZeroShape::of(src);
     for (int theta : thetas) {
         if (theta > 180) continue;
-        scoreAngle(src, theta, scores, peakTable);
+        scoreAngle(src, theta, scores, peakTable, content);
     }
     return rotated_angle(scores);
 }

@@ -58,6 +58,9 @@ public:
     std::unique_ptr<PeakDetector> peakDetector;
 
 private:
+    // content: the box outside which bin is 0.
+    void scoreAngle(const cv::Mat& bin, int theta, cv::Mat& scores, cv::Mat& peakTable,
+                    const NonZeroShape& content);
     cv::Mat proj;    // one projection row, reused across angles
     cv::Mat turned;  // only for images too large for the fused path
 };

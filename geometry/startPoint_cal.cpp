@@ -1,7 +1,6 @@
 #include "startPoint_cal.h"
 
 #include <cmath>
-#include <cstdint>
 #include <iostream>
 
 #include <opencv2/imgproc.hpp>
@@ -9,6 +8,7 @@
 #include "DebugImage.h"
 #include "Point_Generation.h"
 #include "SystemPara.h"
+#include "TemplateSearch.h"
 
 namespace {
 
@@ -32,30 +32,6 @@ const double kMinCorrelation = 0.3;
 const float kTieMargin = 1e-3f;
 const int kMaxRescored = 4096;
 
-// Normalised correlation of the window at `at`, from exact integer sums and a fixed order of
-// double operations, so it is the same number on every architecture. Flat windows score 0.
-double exactCorrelation(const cv::Mat& image, const cv::Mat& templ, cv::Point at) {
-    int64_t sw = 0, sww = 0, st = 0, stt = 0, swt = 0;
-    for (int r = 0; r < templ.rows; ++r) {
-        const unsigned char* w = image.ptr<unsigned char>(at.y + r) + at.x;
-        const unsigned char* t = templ.ptr<unsigned char>(r);
-        for (int c = 0; c < templ.cols; ++c) {
-            const int64_t a = w[c], b = t[c];
-            sw += a;
-            sww += a * a;
-            st += b;
-            stt += b * b;
-            swt += a * b;
-        }
-    }
-    const double n = static_cast<double>(templ.total());
-    const double dw = static_cast<double>(sw), dt = static_cast<double>(st);
-    const double varW = n * static_cast<double>(sww) - dw * dw;
-    const double varT = n * static_cast<double>(stt) - dt * dt;
-    if (!(varW > 0.0 && varT > 0.0)) return 0.0;
-    return (n * static_cast<double>(swt) - dw * dt) / std::sqrt(varW * varT);
-}
-
 // Best place on the correlation map of `templ` over `image`. Ties go to the first place in
 // row order, whatever the CPU; maps too weak to pass keep matchTemplate's own pick.
 double bestPlace(const cv::Mat& result, const cv::Mat& image, const cv::Mat& templ, cv::Point& at) {
@@ -70,7 +46,7 @@ double bestPlace(const cv::Mat& result, const cv::Mat& image, const cv::Mat& tem
         for (int x = 0; x < result.cols && scored < kMaxRescored; ++x) {
             if (!(row[x] >= floor)) continue;
             ++scored;
-            const double s = exactCorrelation(image, templ, cv::Point(x, y));
+            const double s = tsearch::correlation(image, templ, cv::Point(x, y));
             if (s > best) {
                 best = s;
                 at = cv::Point(x, y);
@@ -79,6 +55,28 @@ double bestPlace(const cv::Mat& result, const cv::Mat& image, const cv::Mat& tem
     }
     return best;
 }
+
+// Opens and blurs a drawn template or dot; both must see exactly the same operations.
+void finishDrawing(cv::Mat& m) {
+    const cv::Mat element = cv::getStructuringElement(cv::MORPH_ELLIPSE, cv::Size(5, 5));
+    cv::morphologyEx(m, m, cv::MORPH_OPEN, element, cv::Point(-1, -1), 1, cv::BORDER_CONSTANT);
+    cv::GaussianBlur(m, m, cv::Size(3, 3), 1.0);
+}
+
+// What one square of half-side k becomes when drawn alone, cut to its non-zero box; offset is
+// that box's corner relative to the square's centre.
+cv::Mat dotShape(int k, cv::Point& offset) {
+    const int margin = 6, side = 2 * k + 1 + 2 * margin;
+    cv::Mat canvas = cv::Mat::zeros(side, side, CV_8U);
+    canvas(cv::Rect(margin, margin, 2 * k + 1, 2 * k + 1)).setTo(255);
+    finishDrawing(canvas);
+    const cv::Rect box = cv::boundingRect(canvas);
+    offset = box.tl() - cv::Point(margin + k, margin + k);
+    return box.area() > 0 ? canvas(box).clone() : cv::Mat();
+}
+
+// Half-side of the first search window around the centroid, in spacings.
+const double kWindowSpacings = 3.0;
 
 int floatToIntFlag(float v) {
     if (v != v) return 0;
@@ -104,7 +102,12 @@ int startPoint_cal::initialize() {
     return features;
 }
 
-void startPoint_cal::generate_pattern_simImg(double angle, float gap, cv::Mat& templ) {
+namespace {
+
+// The template of a spacing, and with `stamped` the dot shape and the corner of each of its
+// stamps (the template equals their sum unless dots touch or reach its edge).
+void drawTemplate(SystemPara* para, int layer, double angle, float gap, cv::Mat& templ,
+                  tsearch::Stamped* stamped) {
     int half = 0;
     // No finite, positive spacing: no template (the search then reports -321).
     if (!templateHalf(layer, gap, half)) {
@@ -114,18 +117,25 @@ void startPoint_cal::generate_pattern_simImg(double angle, float gap, cv::Mat& t
     const int side = 2 * half + 1;
     templ = cv::Mat::zeros(side, side, CV_8U);
 
-    Generate_Hexagon_points generator(cv::Point2d(half, half), sysPara, gap, layer);
+    Generate_Hexagon_points generator(cv::Point2d(half, half), para, gap, layer);
     generator.angle = angle;
     cv::Mat pts;
     generator.Run(pts);
 
     const float k = std::ceil(gap / 5.0f);
+    cv::Point offset;
+    if (stamped) {
+        stamped->dot = dotShape(static_cast<int>(k), offset);
+        stamped->at.clear();
+        stamped->size = templ.size();
+    }
     for (int i = 0; i < pts.rows; ++i) {
         const double p0 = pts.at<double>(i, 0), p1 = pts.at<double>(i, 1);
         // Points that fall outside the square (a large angle with a large layer count cannot,
         // but garbage can) are skipped rather than cast.
         if (!(p0 > -side && p0 < 2.0 * side && p1 > -side && p1 < 2.0 * side)) continue;
         const int r0 = static_cast<int>(p0 + 0.5), c0 = static_cast<int>(p1 + 0.5);
+        if (stamped) stamped->at.push_back(cv::Point(c0, r0) + offset);
         for (int r = static_cast<int>(r0 - k); r < r0 + k + 1; ++r) {
             if (r < 0 || r >= side) continue;
             unsigned char* row = templ.ptr<unsigned char>(r);
@@ -133,10 +143,13 @@ void startPoint_cal::generate_pattern_simImg(double angle, float gap, cv::Mat& t
                 if (c >= 0 && c < side) row[c] = 255;
         }
     }
-    const cv::Mat element = cv::getStructuringElement(cv::MORPH_ELLIPSE, cv::Size(5, 5));
-    cv::morphologyEx(templ, templ, cv::MORPH_OPEN, element, cv::Point(-1, -1), 1,
-                     cv::BORDER_CONSTANT);
-    cv::GaussianBlur(templ, templ, cv::Size(3, 3), 1.0);
+    finishDrawing(templ);
+}
+
+}  // namespace
+
+void startPoint_cal::generate_pattern_simImg(double angle, float gap, cv::Mat& templ) {
+    drawTemplate(sysPara, layer, angle, gap, templ, nullptr);
 }
 
 int startPoint_cal::findStartPoint_NCC(float& gap, const cv::Mat& image, cv::Mat& templ,
@@ -153,6 +166,10 @@ int startPoint_cal::findStartPoint_NCC(float& gap, const cv::Mat& image, cv::Mat
 
     bestCorrelation = 0.0;
     weakCentre = cv::Point(0, 0);
+    const cv::Moments moments = cv::moments(grey, false);
+    const double mass = moments.m00;
+    const cv::Point2d centroid =
+        mass > 0.0 ? cv::Point2d(moments.m10 / mass, moments.m01 / mass) : cv::Point2d();
     const float g0 = gap;
     const float spacings[3] = {g0, g0 - gapDelta, g0 + gapDelta};
     double best = 0.0;
@@ -162,23 +179,50 @@ int startPoint_cal::findStartPoint_NCC(float& gap, const cv::Mat& image, cv::Mat
         int half = 0;
         if (!templateHalf(layer, g, half) || 2 * half + 1 >= grey.rows || 2 * half + 1 >= grey.cols)
             return -321;
-        generate_pattern_simImg(angle, g, templ);
+        tsearch::Stamped stamped;
+        drawTemplate(sysPara, layer, angle, g, templ, &stamped);
         if (templ.empty() || templ.rows >= grey.rows || templ.cols >= grey.cols) return -321;
 
+        // Exact sums over the stamps give the maximum the rescored map would give; the map
+        // itself is only made when it is written or the template is not a sum of stamps.
+        const bool stampedSearch = isWriteImg == 0 && tsearch::sameTemplate(stamped, templ);
         cv::Mat result;
         double m = 0.0;
         cv::Point at, candidate;
+        auto search = [&](const cv::Mat& img, cv::Point shift) {
+            if (stampedSearch) {
+                // First around the centroid, a few spacings each way; the whole image when the
+                // best place there lies on the window's edge or is too weak to be the centre.
+                const cv::Rect all = tsearch::allPlaces(img, templ.size());
+                if (mass > 0.0) {
+                    const int reach = static_cast<int>(std::ceil(kWindowSpacings * g));
+                    const cv::Point c(cvRound(centroid.x) - shift.x, cvRound(centroid.y) - shift.y);
+                    const cv::Rect window =
+                        cv::Rect(c.x - reach, c.y - reach, 2 * reach + 1, 2 * reach + 1) & all;
+                    if (!window.empty() && window != all &&
+                        tsearch::bestPlace(img, stamped, window, at, m)) {
+                        const bool edge =
+                            (at.x == window.x && window.x > all.x) ||
+                            (at.y == window.y && window.y > all.y) ||
+                            (at.x == window.br().x - 1 && window.br().x < all.br().x) ||
+                            (at.y == window.br().y - 1 && window.br().y < all.br().y);
+                        if (!edge && m >= kMinCorrelation) return;
+                    }
+                }
+                if (tsearch::bestPlace(img, stamped, all, at, m)) return;
+            }
+            cv::matchTemplate(img, templ, result, cv::TM_CCOEFF_NORMED);
+            m = bestPlace(result, img, templ, at);
+        };
         if (imgPadding == 0) {
-            cv::matchTemplate(grey, templ, result, cv::TM_CCOEFF_NORMED);
-            m = bestPlace(result, grey, templ, at);
+            search(grey, cv::Point(templ.rows / 2, templ.rows / 2));
             candidate = at + cv::Point(templ.rows / 2, templ.rows / 2);
         } else {
             const int pad = static_cast<int>(templ.rows * 0.5 + 0.5);
             cv::Mat padded;
             cv::copyMakeBorder(grey, padded, pad, pad, pad, pad, cv::BORDER_CONSTANT,
                                cv::Scalar(0));
-            cv::matchTemplate(padded, templ, result, cv::TM_CCOEFF_NORMED);
-            m = bestPlace(result, padded, templ, at);
+            search(padded, cv::Point(0, 0));
             candidate = at;
         }
         if (isDebug == 1) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include <opencv2/core/hal/intrin.hpp>
 #include <opencv2/imgproc.hpp>
 
 // Fused multiply-adds would change the last bit against the whole-image form.
@@ -43,6 +44,51 @@ inline float Dots_HessianProcess::dotScore(const float* up, const float* mid, co
     return small * small / std::fabs(large) * weight * respGain;
 }
 
+namespace {
+
+// Vector lanes give the scalar values only where division and square root are IEEE operations
+// and denormals are kept: not on 32-bit ARM NEON.
+#if CV_SIMD && (!defined(__arm__) || defined(__aarch64__))
+#define QBCODE_HESSIAN_SIMD 1
+#endif
+
+#ifdef QBCODE_HESSIAN_SIMD
+// dotScore for the lanes x .. x + n - 1, folded into out by the scalar std::max rule; the same
+// operations in the same order, with selects for the branches.
+int dotScoreRow(const float* up, const float* mid, const float* down, float* out, int from, int to,
+                float weight, float gain) {
+    using namespace cv;
+    const int n = v_float32::nlanes;
+    const v_float32 two = vx_setall_f32(2.0f), quarter = vx_setall_f32(0.25f),
+                    half = vx_setall_f32(0.5f), zero = vx_setzero_f32(), w = vx_setall_f32(weight),
+                    g = vx_setall_f32(gain);
+    int x = from;
+    for (; x + n <= to; x += n) {
+        const v_float32 s = vx_load(mid + x);
+        const v_float32 dxx = (vx_load(mid + x + 1) + vx_load(mid + x - 1)) - two * s;
+        const v_float32 dyy = (vx_load(down + x) + vx_load(up + x)) - two * s;
+        const v_float32 dxy =
+            (((vx_load(down + x + 1) + vx_load(up + x - 1)) - vx_load(up + x + 1)) -
+             vx_load(down + x - 1)) *
+            quarter;
+        const v_float32 m = (dxx + dyy) * half;
+        const v_float32 p1 = dxx * dyy;
+        const v_float32 p2 = dxy * dxy;
+        const v_float32 q = v_sqrt(m * m - (p1 - p2));
+        const v_float32 l1 = m + q, l2 = m - q;
+        const v_float32 peak = (l1 < zero) & (l2 < zero);
+        const v_float32 swap = v_abs(l1) > v_abs(l2);
+        const v_float32 small = v_select(swap, l2, l1), large = v_select(swap, l1, l2);
+        const v_float32 score = v_select(peak, small * small / v_abs(large) * w * g, zero);
+        const v_float32 o = vx_load(out + x);
+        v_store(out + x, v_select(o < score, score, o));
+    }
+    return x;
+}
+#endif
+
+}  // namespace
+
 int Dots_HessianProcess::process(cv::Mat& src, cv::Mat& dst) {
     if (src.empty() || src.dims > 2 || src.channels() != 1) return -100;
     if (src.type() != CV_32FC1) src.convertTo(src, CV_32F, 1, 0);
@@ -75,7 +121,11 @@ int Dots_HessianProcess::process(cv::Mat& src, cv::Mat& dst) {
             const float* down = S.ptr<float>(y == rows - 1 ? 0 : y + 1);
             float* out = dst.ptr<float>(y);
             out[0] = std::max(out[0], dotScore(up, mid, down, cols - 1, 0, 1, weight));
-            for (int x = 1; x < cols - 1; ++x)
+            int x = 1;
+#ifdef QBCODE_HESSIAN_SIMD
+            x = dotScoreRow(up, mid, down, out, 1, cols - 1, weight, respGain);
+#endif
+            for (; x < cols - 1; ++x)
                 out[x] = std::max(out[x], dotScore(up, mid, down, x - 1, x, x + 1, weight));
             out[cols - 1] =
                 std::max(out[cols - 1], dotScore(up, mid, down, cols - 2, cols - 1, 0, weight));

@@ -16,6 +16,9 @@ public:
 
     // The kernel of the rounded sigma; empty when that is negative, not finite or above 170.
     void createLoGKernel(cv::Mat& kernel, float sigma);
+    // The kernel of the rounded sigma as a(x)g(y) + g(x)a(y) (column vectors, the normalisation
+    // in a); false where the dense kernel has no such form (rounded sigma 0, or no kernel).
+    static bool separableTerms(float sigma, cv::Mat& a, cv::Mat& g);
     // 0, or -100 for an empty or unfilterable src or a sigma without a kernel.
     int process(cv::Mat& src, cv::Mat& dst);
 
