@@ -1,4 +1,4 @@
-// Cost of reading a code: the tracker alone and the whole recognition call.
+// Cost of reading a code: the tracker alone (the whole call is bench_recognition.cpp).
 #include <vector>
 
 #include <benchmark/benchmark.h>
@@ -6,7 +6,6 @@
 
 #include "Hexagon_Dots_tracking.h"
 #include "SystemPara.h"
-#include "qbcode_hexagon_recognition.h"
 #include "qbcode_render.h"
 
 namespace {
@@ -38,20 +37,6 @@ void BM_TrackUpright(benchmark::State& state) {
 }
 BENCHMARK(BM_TrackUpright)->Unit(benchmark::kMicrosecond);
 
-void BM_RecognitionCamera(benchmark::State& state) {
-    const cv::Mat code = cameraCode();
-    cv::Mat img;
-    std::vector<int> bits(91);
-    int box[4];
-    for (auto _ : state) {
-        code.copyTo(img);
-        const int status = quelbor_hexagon_recognition(
-            img.data, img.rows, img.cols, 0, QBCODE_DEFAULT_PARAMS, bits.data(), 91, box, 4);
-        benchmark::DoNotOptimize(status);
-        if (status != 0) state.SkipWithError("recognition failed on the camera-like code");
-    }
-}
-BENCHMARK(BM_RecognitionCamera)->Unit(benchmark::kMillisecond);
 
 void BM_RenderCamera(benchmark::State& state) {
     for (auto _ : state) benchmark::DoNotOptimize(cameraCode());
