@@ -188,7 +188,11 @@ bool Grid_refinement::fitHomography(const std::vector<cv::Point2d>& from,
 bool Grid_refinement::Run(const Input& in, Dots_tracking& sampler, Output& out) const {
     const std::vector<cv::Point2d>& grid = in.grids[0];
     const int n = static_cast<int>(grid.size());
-    if (n < 7 || in.centroids.empty() || !(in.spacing > 0.0) || in.binary.empty()) return false;
+    // The matching costs grow with the square of the positions: codes of more rings than any
+    // printed one are left to the upright grid.
+    if (n < 7 || in.layer > kMaxLayer || in.centroids.empty() || !(in.spacing > 0.0) ||
+        in.binary.empty())
+        return false;
     for (const auto& g : in.grids)
         if (static_cast<int>(g.size()) != n) return false;
 

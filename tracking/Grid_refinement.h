@@ -31,6 +31,7 @@ public:
     // Tolerances in spacings: the first match on the inner rings, then the tightening steps of
     // the homography on all rings.
     double innerRadius = 0.35;
+    static constexpr int kMaxLayer = 8;
     std::vector<double> radii{0.4, 0.33, 0.25};
 
     // Tries the voted translation and its six lattice neighbours; keeps the one whose markers
