@@ -37,7 +37,6 @@ void BM_TrackUpright(benchmark::State& state) {
 }
 BENCHMARK(BM_TrackUpright)->Unit(benchmark::kMicrosecond);
 
-
 void BM_RenderCamera(benchmark::State& state) {
     for (auto _ : state) benchmark::DoNotOptimize(cameraCode());
 }
