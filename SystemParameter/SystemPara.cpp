@@ -94,7 +94,8 @@ const std::vector<std::string>& SystemPara::sectionNames() {
     static const std::vector<std::string> names = {
         "LoadImages",      "AlgPipeline",         "PrintAnalPipeline", "ImageProcess",
         "PatternRotation", "PatternFeatures",     "DotsTracking",      "GeneratePoints",
-        "BlobAnalysis",    "PrintScoreCalculate", "Verification",      "Camera"};
+        "BlobAnalysis",    "PrintScoreCalculate", "Verification",      "Camera",
+        "Detection"};
     return names;
 }
 
@@ -258,6 +259,13 @@ KeyList SystemPara::keysFor(const std::string& section) {
                 {"refineGrid", intKey(cam_refineGrid)},
                 {"spacingRange", floatSeqKey(cam_spacingRange)},
                 {"frameMargin", floatKey(cam_frameMargin)}};
+    } else if (section == "Detection") {
+        keys = {{"minDots", intKey(det_minDots)},
+                {"agree", floatKey(det_agree)},
+                {"symmetry", floatKey(det_symmetry)},
+                {"maxViews", intKey(det_maxViews)},
+                {"maxCandidates", intKey(det_maxCandidates)},
+                {"maxDecisions", intKey(det_maxDecisions)}};
     }
 
     return keys;

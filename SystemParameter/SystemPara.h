@@ -116,6 +116,13 @@ public:
     int cam_refineGrid = 0;
     std::vector<float> cam_spacingRange;  // downsampled px; empty: no size rule
     float cam_frameMargin = 0.f;          // spacings from the frame's edge; 0: no check
+    // Detection (absent from older files: the region the clustering names, read at every try)
+    int det_minDots = 12;
+    float det_agree = 0.5f;
+    float det_symmetry = 0.3f;
+    int det_maxViews = 4;
+    int det_maxCandidates = 8;
+    int det_maxDecisions = 4;
 
     std::string paramPath;
     // YAML text held in memory; when not empty it is read instead of the file at paramPath.

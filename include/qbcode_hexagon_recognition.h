@@ -88,6 +88,27 @@ QBCODE_EXPORT int qbcode_read(const unsigned char* image, int rows, int cols, in
 QBCODE_EXPORT int qbcode_read_all(const unsigned char* image, int rows, int cols, int stride,
                                   const char* param_path, qbcode_result* results, int capacity);
 
+/* A reader kept across frames: the parameter file is parsed once and the reader's buffers are
+ * reused. Make one per camera stream. One reader per thread reads in parallel; a reader shared
+ * between threads is safe, and its reads then take turns. */
+typedef struct qbcode_reader qbcode_reader;
+
+/* From a parameter file (NULL or "" searches as qbcode_read does) or from YAML text held in
+ * memory. NULL only when memory ran out (or yaml_text is NULL): a file that cannot be read gives
+ * a reader whose qbcode_reader_status and every read return the configuration's status. */
+QBCODE_EXPORT qbcode_reader* qbcode_reader_new(const char* param_path);
+QBCODE_EXPORT qbcode_reader* qbcode_reader_new_from_yaml(const char* yaml_text);
+/* 0, the configuration status every read will return, or -7 for a NULL or freed handle. */
+QBCODE_EXPORT int qbcode_reader_status(const qbcode_reader* reader);
+/* As qbcode_read and qbcode_read_all, with the reader's parameters. Never throw. */
+QBCODE_EXPORT int qbcode_reader_read(qbcode_reader* reader, const unsigned char* image, int rows,
+                                     int cols, int stride, qbcode_result* result);
+QBCODE_EXPORT int qbcode_reader_read_all(qbcode_reader* reader, const unsigned char* image,
+                                         int rows, int cols, int stride, qbcode_result* results,
+                                         int capacity);
+/* NULL and a handle already freed are ignored. */
+QBCODE_EXPORT void qbcode_reader_free(qbcode_reader* reader);
+
 #ifdef __cplusplus
 }
 #endif

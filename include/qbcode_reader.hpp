@@ -133,10 +133,36 @@ struct Result {
     const char* statusName() const { return qbcode_status_name(status); }
 };
 
-// Reads the code in the image. Never throws: failures come back as a negative status.
+// A reader kept across frames: the options parsed once, the stages set up once. One reader per
+// thread reads in parallel; a reader shared between threads is safe, and its reads then take
+// turns. Never throws from read or readAll.
+class Reader {
+public:
+    explicit Reader(const ReaderOptions& options = ReaderOptions());
+    ~Reader();
+    Reader(Reader&&) noexcept;
+    Reader& operator=(Reader&&) noexcept;
+    Reader(const Reader&) = delete;
+    Reader& operator=(const Reader&) = delete;
+
+    // The first code found: with a "Detection" section, the first of readAll; without, the
+    // region the clustering names, as the C entry point has always read it.
+    Result read(const ImageView& image);
+    // Every code found, most promising first, at most maxCodes (0: no limit); overlapping reads
+    // of one code count once. Failures give an empty list.
+    std::vector<Result> readAll(const ImageView& image, int maxCodes = 0);
+
+    // 0, or the configuration status every read returns (a missing section, a bad key).
+    int status() const;
+    const ReaderOptions& options() const;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+// One-off reads through a reader made for the call. Never throw.
 Result read(const ImageView& image, const ReaderOptions& options = ReaderOptions());
-// Every code found in the image: one read per cluster of dots, largest cluster first, at most
-// maxCodes (0: no limit). Never throws; failures give an empty list.
 std::vector<Result> readAll(const ImageView& image, const ReaderOptions& options = ReaderOptions(),
                             int maxCodes = 0);
 

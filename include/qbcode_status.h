@@ -18,6 +18,7 @@ extern "C" {
     X(QBCODE_BOX_LENGTH, -4, "box-length")                             \
     X(QBCODE_INTERNAL_ERROR, -5, "internal-error")                     \
     X(QBCODE_NO_RESULT, -6, "no-result")                               \
+    X(QBCODE_BAD_HANDLE, -7, "bad-handle")                             \
     X(QBCODE_EMPTY_IMAGE, -100, "empty-image/angle-config")            \
     X(QBCODE_SIZE_NOT_640X480, -102, "size-not-640x480")               \
     X(QBCODE_IMAGE_TOO_SMALL, -112, "image-too-small")                 \
@@ -30,6 +31,7 @@ extern "C" {
     X(QBCODE_BLOB_COUNT, -143, "blob-count")                           \
     X(QBCODE_ROI_ERROR, -200, "roi-error")                             \
     X(QBCODE_ROI_BORDER, -201, "roi-border")                           \
+    X(QBCODE_NOT_A_LATTICE, -202, "not-a-lattice")                     \
     X(QBCODE_NO_ANGLE, -301, "no-angle")                               \
     X(QBCODE_SPACING_SCORES_SHAPE, -311, "spacing-scores-shape")       \
     X(QBCODE_SPACING_TABLE_SHAPE, -312, "spacing-table-shape")         \

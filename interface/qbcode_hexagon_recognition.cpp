@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
+#include <functional>
 #include <iostream>
 #include <string>
 
-#include "AlgPipeline.h"
 #include "Reader.h"
 #include "SystemPara.h"
 #include "qbcode_status.h"
@@ -73,26 +73,15 @@ extern "C" int quelbor_hexagon_recognition(unsigned char* image, int rows, int c
         return QBCODE_BOX_LENGTH;
     }
 
-    int status;
-    AlgPipeline pipeline(options.params());
-    try {
-        qbcode::Result result;
-        const cv::Mat input = qbcode::detail::wrap(qbcode::ImageView(image, rows, cols));
-        qbcode::detail::readWith(pipeline, input, options, result);
-        status = result.status;
-        if (status == 0)
-            for (int i = 0; i < expected && i < static_cast<int>(result.bits.size()); ++i)
-                bits[i] = result.bits[i];
-    } catch (const std::exception& e) {
-        std::cout << "recognition error: " << e.what() << std::endl;
-        status = QBCODE_INTERNAL_ERROR;
-    }
-
-    // Scaled by the ratio of the read that found the region: the file's, unless a retry at
-    // another ratio found it.
-    AlgPipeline::toInputBox(pipeline.region,
-                            pipeline.para ? pipeline.dnRatio : options.params().DnRatio, box);
-    return status;
+    // The reader never throws; the box is scaled by the ratio of the read that found the
+    // region: the file's, unless a try at another ratio found it.
+    const qbcode::Result result =
+        qbcode::Reader(options).read(qbcode::ImageView(image, rows, cols));
+    if (result.status == 0)
+        for (int i = 0; i < expected && i < static_cast<int>(result.bits.size()); ++i)
+            bits[i] = result.bits[i];
+    std::copy(result.box.begin(), result.box.end(), box);
+    return result.status;
 }
 
 namespace {
@@ -174,4 +163,98 @@ extern "C" int qbcode_read_all(const unsigned char* image, int rows, int cols, i
     } catch (...) {
         return QBCODE_INTERNAL_ERROR;
     }
+}
+
+struct qbcode_reader {
+    static constexpr unsigned kAlive = 0x71b3c0deu;
+    unsigned magic = kAlive;
+    qbcode::Reader reader;
+    explicit qbcode_reader(const qbcode::ReaderOptions& options) : reader(options) {}
+};
+
+namespace {
+
+qbcode_reader* newReader(const std::function<qbcode::ReaderOptions()>& load) {
+    try {
+        return new qbcode_reader(load());
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+// A handle this library made and has not freed; a freed one is caught while its memory still
+// holds the cleared mark.
+bool alive(const qbcode_reader* reader) {
+    return reader != nullptr && reader->magic == qbcode_reader::kAlive;
+}
+
+qbcode::ImageView viewOf(const unsigned char* image, int rows, int cols, int stride) {
+    // A negative stride is shorter than any row: the read refuses it as an empty image.
+    return qbcode::ImageView(image, rows, cols, stride < 0 ? 1 : static_cast<size_t>(stride));
+}
+
+}  // namespace
+
+extern "C" qbcode_reader* qbcode_reader_new(const char* param_path) {
+    return newReader([param_path] {
+        return param_path == nullptr || *param_path == '\0'
+                   ? qbcode::ReaderOptions::fromDefaultSearch()
+                   : qbcode::ReaderOptions::fromFile(param_path);
+    });
+}
+
+extern "C" qbcode_reader* qbcode_reader_new_from_yaml(const char* yaml_text) {
+    if (yaml_text == nullptr) return nullptr;
+    return newReader([yaml_text] { return qbcode::ReaderOptions::fromYaml(yaml_text); });
+}
+
+extern "C" int qbcode_reader_status(const qbcode_reader* reader) {
+    if (!alive(reader)) return QBCODE_BAD_HANDLE;
+    const int layers = reader->reader.options().layers();
+    if (get_dots_num(layers) > QBCODE_MAX_BITS) return QBCODE_BITS_LENGTH;
+    return reader->reader.status();
+}
+
+extern "C" int qbcode_reader_read(qbcode_reader* reader, const unsigned char* image, int rows,
+                                  int cols, int stride, qbcode_result* result) {
+    if (result == nullptr) return QBCODE_NO_RESULT;
+    std::memset(result, 0, sizeof(*result));
+    result->orientation = -1;
+    const int ready = qbcode_reader_status(reader);
+    if (ready == QBCODE_BAD_HANDLE || ready == QBCODE_BITS_LENGTH) return result->status = ready;
+    try {
+        result->bit_count = reader->reader.options().bitCount();
+        fillResult(reader->reader.read(viewOf(image, rows, cols, stride)), result);
+        const std::string& key = reader->reader.options().params().badKey;
+        std::strncpy(result->message, key.c_str(), sizeof(result->message) - 1);
+    } catch (...) {
+        result->status = QBCODE_INTERNAL_ERROR;
+    }
+    return result->status;
+}
+
+extern "C" int qbcode_reader_read_all(qbcode_reader* reader, const unsigned char* image, int rows,
+                                      int cols, int stride, qbcode_result* results, int capacity) {
+    const int ready = qbcode_reader_status(reader);
+    if (ready == QBCODE_BAD_HANDLE || ready == QBCODE_BITS_LENGTH) return ready;
+    if (capacity <= 0) return 0;
+    if (results == nullptr) return QBCODE_NO_RESULT;
+    try {
+        const std::vector<qbcode::Result> found =
+            reader->reader.readAll(viewOf(image, rows, cols, stride), capacity);
+        for (size_t k = 0; k < found.size(); ++k) {
+            std::memset(&results[k], 0, sizeof(qbcode_result));
+            results[k].bit_count = reader->reader.options().bitCount();
+            fillResult(found[k], &results[k]);
+        }
+        return static_cast<int>(found.size());
+    } catch (...) {
+        return QBCODE_INTERNAL_ERROR;
+    }
+}
+
+extern "C" void qbcode_reader_free(qbcode_reader* reader) {
+    if (!alive(reader)) return;
+    reader->magic = 0;
+    delete reader;
 }

@@ -8,8 +8,10 @@
 #include <opencv2/core.hpp>
 
 #include "DebugSink.h"
+#include "Detector.h"
 #include "ImageProcessPipeline.h"
 #include "ImageRotation.h"
+#include "NoiseRemover.h"
 #include "ParamFile.h"
 #include "Stages.h"
 #include "WriteData.h"
@@ -57,7 +59,6 @@ int AlgPipeline::Initialize() {
         para = std::make_unique<SystemPara>(paramPath);
         para->loadAll();
     }
-    dnRatio = para->DnRatio;
     const int r = para->readPara("AlgPipeline");
     if (r < 0) return qbcode::paramfile::configStatus(r, -600);
     // Each ring adds six positions to every grid the tracker samples.
@@ -113,142 +114,71 @@ int AlgPipeline::Pipeline(unsigned char* image, int rows, int cols, int* bits, i
     cv::Mat input;
     if (image != nullptr && rows > 0 && cols > 0)
         input = cv::Mat(rows, cols, CV_8UC1, image, static_cast<size_t>(cols));
-    result = qbcode::Result();
     const int init = Initialize();
-    if (init < 0) return result.status = init;
-    result.status = runPolicy(input, imgName, false, bits, count, start0);
-    if (regionFound) roi = region;
-    return result.status;
+    if (init < 0) return init;
+    const ReadPlan plan = ReadPlan::from(*para);
+    const Detection found =
+        detect(*this, plan, input, ReadRequest{1, false, false, imgName, bits, count, start0});
+    const Decision& d = found.first();
+    if (d.regionFound) roi = d.region;
+    return d.status();
 }
 
-int AlgPipeline::Run(const cv::Mat& image, const std::string& imgName, bool keepUpright) {
-    const clock_t start0 = clock();
-    const Clock::time_point t0 = Clock::now();
-    result = qbcode::Result();
-    const int init = Initialize();
-    result.status = init < 0 ? init : runPolicy(image, imgName, keepUpright, nullptr, 0, start0);
-    result.timings.total = msSince(t0);
-    return result.status;
-}
-
-// The configured read first; further tries only after a failure, and only where verification
-// stands between a try and a wrong read: the other polarity, then the other downsampling ratios.
-int AlgPipeline::runPolicy(const cv::Mat& image, const std::string& imgName, bool keepUpright,
-                           int* bits, int count, clock_t start0) {
-    // Each try reads, and may copy, the whole frame: one beyond the size limits is refused before
-    // a pixel is touched (the caller's size may be larger than its buffer).
-    if (qbcode::limits::imageTooLarge(image.rows, image.cols)) return QBCODE_IMAGE_TOO_LARGE;
-    const bool camera = para->readPara("Camera") >= 0;
-    const bool guarded = para->readPara("Verification") >= 0 && para->verify_enabled != 0;
-    struct Try {
-        bool dark;
-        double ratio;
-    };
-    const double ratio = para->DnRatio;
-    bool dark = false;
-    if (camera && para->cam_polarity == 1) dark = true;
-    if (camera && para->cam_polarity == 2) dark = stages::looksDark(image);
-    std::vector<Try> tries{{dark, ratio}};
-    if (camera && guarded) {
-        if (para->cam_retryPolarity) tries.push_back({!dark, ratio});
-        // Each ratio costs a whole read: a few at most.
-        for (size_t k = 0; k < para->cam_retryRatios.size() && k < 4; ++k)
-            tries.push_back({dark, static_cast<double>(para->cam_retryRatios[k])});
-    }
-
-    const std::vector<float>& range = para->cam_spacingRange;
-    const bool sizeRule =
-        camera && guarded && range.size() == 2 && range[0] > 0.f && range[1] > range[0];
-
-    int status = 0;
-    qbcode::Result first;
-    cv::Rect firstRegion;
-    bool firstRegionFound = false;
-    for (size_t k = 0; k < tries.size(); ++k) {
-        cv::Mat input = image;
-        if (tries[k].dark && !image.empty()) cv::bitwise_not(image, input);
-        para->DnRatio = tries[k].ratio;
-        dnRatio = tries[k].ratio;
-        if (k > 0) result = qbcode::Result();
-        sizeRuleArmed = sizeRule && k == 0;
-        resizeTo = 0.0;
-        status = runStages(input, imgName, keepUpright, bits, count, start0);
-        if (resizeTo > 0.0) {
-            // The first read would have failed on its dot size: it is read at the ratio that
-            // fits, and the polarity retry takes that ratio too.
-            for (Try& later : tries)
-                if (later.ratio == ratio) later.ratio = resizeTo;
-            para->DnRatio = dnRatio = resizeTo;
-            sizeRuleArmed = false;
-            result = qbcode::Result();
-            status = runStages(input, imgName, keepUpright, bits, count, start0);
-        }
-        result.status = status;
-        result.evidence.darkDots = tries[k].dark;
-        result.evidence.tries = static_cast<int>(k + 1);
-        result.evidence.ratio = dnRatio;
-        if (status == 0) return status;
-        if (k == 0) {
-            first = result;
-            firstRegion = region;
-            firstRegionFound = regionFound;
-        }
-    }
-    // Every try failed: the host hears why the configured read failed.
-    if (tries.size() > 1) {
-        const int tried = static_cast<int>(tries.size());
-        result = first;
-        result.evidence.tries = tried;
-        region = firstRegion;
-        regionFound = firstRegionFound;
-        dnRatio = ratio;
-        para->DnRatio = ratio;
-        status = first.status;
-    }
-    return status;
-}
-
-// One read: every stage once, in order, and the one retry the parameters allow (a further
-// 30-degree turn when no centre was found).
-int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, bool keepUpright,
-                           int* bits, int count, clock_t start0) {
-    frames = FrameChain();
-    region = cv::Rect();
-    regionFound = false;
-    upright = UprightView();
-    qbcode::Timings& took = result.timings;
-    qbcode::Evidence& evidence = result.evidence;
+FrameView AlgPipeline::prepare(const cv::Mat& image, bool dark, double ratio,
+                               const std::string& imgName, clock_t start0) {
+    FrameView view;
+    view.dark = dark;
+    view.ratio = ratio;
+    const Clock::time_point t = Clock::now();
+    // Into a buffer of its own: the caller's image is read-only and may be shared by threads.
+    cv::Mat input;
+    if (dark && !image.empty())
+        cv::bitwise_not(image, input);
+    else
+        input = image;
+    para->DnRatio = ratio;
     DebugSink sink(*para, imgName, writer);
-
-    // 1. Pre-processing.
-    Clock::time_point t = Clock::now();
     preprocess = std::make_unique<ImageProcessPipeline>(para.get());
     preprocess->imgName = imgName;
-    stages::Preprocessed pre = stages::preprocess(*preprocess, image);
-    took.preprocess = msSince(t);
-    if (pre.status < 0) {
-        sink.preprocessFailed(pre.status);
-        return pre.status;
+    view.pre = stages::preprocess(*preprocess, input);
+    view.status = view.pre.status;
+    if (view.status < 0) {
+        sink.preprocessFailed(view.status);
+        view.preprocessMs = msSince(t);
+        return view;
     }
-    if (sizeRuleArmed) {
-        const double spacing = stages::blobSpacing(pre.centroids);
-        const double lo = para->cam_spacingRange[0], hi = para->cam_spacingRange[1];
-        if (spacing > 0.0 && (spacing < lo || spacing > hi)) {
-            const double to = std::clamp(dnRatio * std::sqrt(lo * hi) / spacing, kLowestRatio, 1.0);
-            if (std::fabs(to - dnRatio) > 0.05) {
-                resizeTo = to;
-                return QBCODE_NO_RESULT;
-            }
-        }
-    }
-    sink.preprocessed(pre.input, pre.processed, pre.binary, start0);
-    frames.crop(pre.preCrop);
-    const int downsampledFrame = frames.resize(pre.input.size(), pre.processed.size());
+    sink.preprocessed(view.pre.input, view.pre.processed, view.pre.binary, start0);
+    view.frames.crop(view.pre.preCrop);
+    view.downsampled = view.frames.resize(view.pre.input.size(), view.pre.processed.size());
+    view.preprocessMs = msSince(t);
+    view.clusters = stages::cluster(view.pre, dc);
+    return view;
+}
 
-    // 2. Region of interest.
-    t = Clock::now();
+// One candidate: angle, upright turn, spacing, centre (with at most one re-calibration by 30
+// degrees), decoding, verification and refinement.
+Decision AlgPipeline::decide(const FrameView& view, stages::Region reg, const std::string& imgName,
+                             bool keepUpright, int* bits, int count, clock_t start0) {
+    (void)start0;
+    Decision out;
+    out.ratio = view.ratio;
+    qbcode::Result& result = out.result;
+    UprightView& upright = out.upright;
+    qbcode::Timings& took = result.timings;
+    qbcode::Evidence& evidence = result.evidence;
+    took.preprocess = view.preprocessMs;
+    auto fail = [&out](int status) -> Decision& {
+        out.result.status = status;
+        return out;
+    };
+    const stages::Preprocessed& pre = view.pre;
+    FrameChain frames = view.frames;
+    const int downsampledFrame = view.downsampled;
+    DebugSink sink(*para, imgName, writer);
+
+    // 2. Region of interest (cut by the caller from the view's clusters).
+    Clock::time_point t = Clock::now();
     const clock_t start1 = clock();
-    stages::Region reg = stages::region(pre, dc, clusterRank);
     const bool padCrop = para->readPara("Camera") >= 0 && para->cam_padCrop;
     const cv::Point pad = padCrop && reg.status == 0 ? stages::padForTurn(reg) : cv::Point();
     roiCoords = std::move(reg.coords);
@@ -259,13 +189,17 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
     evidence.clusters = reg.clusters;
     evidence.regionDots = reg.dots;
     if (reg.threw) sink.regionFailed();
-    if (reg.status < 0) return reg.status;
-    region = reg.rect;
-    regionFound = true;
+    if (reg.status < 0) return fail(reg.status);
+    const cv::Rect& region = reg.rect;
+    out.region = region;
+    out.regionFound = true;
     if (keepUpright) {
         // The input as the stages saw it (after any crop), at the processed size.
         cv::Mat reduced;
-        preprocess->noiseRemover.ImgDnSample(pre.input, reduced);
+        NoiseRemover reducer;
+        reducer.setDnsample_size(cv::Point(pre.processed.cols, pre.processed.rows));
+        cv::Mat source = pre.input;
+        reducer.ImgDnSample(source, reduced);
         if (reduced.size() == pre.processed.size()) upright.input = reduced(region).clone();
     }
     sink.regionCropped(reg.binary, start1);
@@ -286,7 +220,7 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
     const clock_t start2 = clock();
     stages::Angle found = stages::angle(reg, opencv10Rot != 0, isOnlineReg == 1, para.get());
     if (opencv10Rot) sink.legacyAngleTables(found.scores, found.peaks);
-    if (found.status < 0) return found.status;
+    if (found.status < 0) return fail(found.status);
     int angle = found.degrees;
     evidence.angleScore = found.score;
     const clock_t start2b = clock();
@@ -305,7 +239,7 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
     const stages::Spacing spacing = stages::spacing(found);
     sink.spacingMeasured(angle, spacing.gap);
     took.spacing = msSince(t);
-    if (spacing.status < 0) return spacing.status;
+    if (spacing.status < 0) return fail(spacing.status);
 
     // 5. Centre of the code, with at most one re-calibration by 30 degrees.
     t = Clock::now();
@@ -344,7 +278,7 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
             centre.status = 0;
             centre.point = centre.weak;
         }
-        if (centre.status < 0) return centre.status;
+        if (centre.status < 0) return fail(centre.status);
         if (centre.point != cv::Point(0, 0) || ctpointFlag != 1 || attempt > 0) break;
         rotation->rotate(procRot, procRot, 30.0f);
         rotation->rotate(binRot, binRot, 30.0f);
@@ -354,7 +288,7 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
         evidence.recalibrated = true;
         sink.recalibrated(angle);
     }
-    if (centre.point == cv::Point(0, 0)) return -322;
+    if (centre.point == cv::Point(0, 0)) return fail(-322);
     sink.centreFound(gap, centre.point, procRot, start25);
     took.centre = msSince(t);
 
@@ -364,7 +298,7 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
     if (keepUpright) upright.grey = procRot.clone();  // the tracker binarises procRot
     stages::Decoded decoded = stages::decode(procRot, binRot, gap, centre.point, layer,
                                              doQualityCheck != 0, para.get(), imgName);
-    if (decoded.status < 0 && !refining) return decoded.status;
+    if (decoded.status < 0 && !refining) return fail(decoded.status);
     took.decode = msSince(t);
 
     // 7. Verification: the grid must sit on the printed dots. A grid that does not is fitted
@@ -394,7 +328,7 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
         }
     }
     took.verify = msSince(t);
-    if (decoded.status < 0) return failure;
+    if (decoded.status < 0) return fail(failure);
     evidence.markerRatio = decoded.markerRatio;
     evidence.fill = decoded.fill;
     evidence.fillThreshold = decoded.fillThreshold;
@@ -408,11 +342,11 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
     result.checks.dotsMissing = checks.dotsMissing;
     result.checks.dotsUnexplained = checks.dotsUnexplained;
     result.checks.residual = checks.residual;
-    if (failure < 0) return failure;
+    if (failure < 0) return fail(failure);
     result.checks.verified = verified.enabled;
     if (bits != nullptr) {
         const int r = assign_patArr(decoded.bits, bits, count);
-        if (r < 0) return r;
+        if (r < 0) return fail(r);
     }
     sink.decoded(decoded.bits, start3);
 
@@ -457,7 +391,8 @@ int AlgPipeline::runStages(const cv::Mat& image, const std::string& imgName, boo
 
     // 8. Result overlays.
     sink.overlay(procRot, binRot, decoded.boxes, decoded.bits);
-    return 0;
+    result.status = 0;
+    return out;
 }
 
 void AlgPipeline::putonOverlay(cv::Mat& overlay, cv::Mat& overlayBin, const cv::Mat& boxes,

@@ -9,6 +9,7 @@
 #include <opencv2/core.hpp>
 
 #include "FrameChain.h"
+#include "Stages.h"
 #include "SystemPara.h"
 #include "qbcode_reader.hpp"
 
@@ -31,6 +32,30 @@ struct UprightView {
     float gap = 0.f;
 };
 
+// A frame prepared once for one polarity and downsampling ratio; every candidate of it reads
+// from here.
+struct FrameView {
+    int status = 0;
+    bool dark = false;
+    double ratio = 0.0;
+    stages::Preprocessed pre;
+    FrameChain frames;    // input, pre-crop, downsampled
+    int downsampled = 0;  // index of the downsampled frame in `frames`
+    stages::Clusters clusters;
+    double preprocessMs = 0.0;
+};
+
+// One candidate decided: the host's result (status inside), the region it was cut from and, on
+// request, its upright images.
+struct Decision {
+    qbcode::Result result;
+    cv::Rect region;  // in the view's downsampled frame
+    bool regionFound = false;
+    double ratio = 0.0;  // the view's downsampling ratio, for the host's box
+    UprightView upright;
+    int status() const { return result.status; }
+};
+
 class AlgPipeline {
 public:
     explicit AlgPipeline(std::string path = std::string());
@@ -45,9 +70,6 @@ public:
     // roi receives the code's region in the coordinates of the downsampled image.
     int Pipeline(unsigned char* image, int rows, int cols, int* bits, int dotsNum,
                  std::string imgName, cv::Rect& roi);
-    // The same run on an image of any row stride; fills `result`. keepUpright also keeps the
-    // upright grey images (the processed crop and the caller's grey levels) in `upright`.
-    int Run(const cv::Mat& image, const std::string& imgName, bool keepUpright = false);
     void assign_coordinates(std::vector<cv::Point2f>& points, float* out, int count);
     // -502 when the bit matrix holds fewer than count values or bits is null.
     int assign_patArr(cv::Mat& patArr, int* bits, int count);
@@ -56,6 +78,13 @@ public:
     static void toInputBox(const cv::Rect& rect, double dnRatio, int* box);
     void putonOverlay(cv::Mat& overlay, cv::Mat& overlayBin, const cv::Mat& boxes,
                       const cv::Mat& values, double scale);
+
+    // The stages after Initialize, for the read policy (Detector.h): pre-processing and
+    // clustering of one view, then the decision of one region cut from it.
+    FrameView prepare(const cv::Mat& image, bool dark, double ratio, const std::string& imgName,
+                      clock_t start0);
+    Decision decide(const FrameView& view, stages::Region reg, const std::string& imgName,
+                    bool keepUpright, int* bits, int count, clock_t start0);
 
     std::string paramPath;
     int debug = 0;
@@ -83,25 +112,7 @@ public:
     std::vector<int> roiNearest;
     std::vector<int> roiLabel;
 
-    // The last run: everything the host gets, the frames it passed through, the region in the
-    // downsampled frame, and its upright images.
-    qbcode::Result result;
-    FrameChain frames;
-    cv::Rect region;
-    double dnRatio = 0.0;  // the downsampling ratio of the read that region belongs to
-    int clusterRank = 0;   // which cluster to read: 0 the largest, 1 the next, ...
-    UprightView upright;
-
 private:
-    int runPolicy(const cv::Mat& input, const std::string& imgName, bool keepUpright, int* bits,
-                  int count, clock_t start0);
-    int runStages(const cv::Mat& input, const std::string& imgName, bool keepUpright, int* bits,
-                  int count, clock_t start0);
-    bool regionFound = false;
-    // The size rule: while armed, a read whose dots are spaced outside the Camera section's
-    // range stops after pre-processing and names the ratio that brings them inside.
-    bool sizeRuleArmed = false;
-    double resizeTo = 0.0;
     std::unique_ptr<SystemPara> record;  // given at construction; copied into para per run
 };
 

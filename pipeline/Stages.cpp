@@ -10,6 +10,7 @@
 #include "FrameChain.h"
 #include "Grid_refinement.h"
 #include "Hexagon_Dots_tracking.h"
+#include "LatticeCheck.h"
 #include "ImageProcessPipeline.h"
 #include "PatternRotationCalculation.h"
 #include "Point_Generation.h"
@@ -53,19 +54,7 @@ bool looksDark(const cv::Mat& image) {
 double blobSpacing(const std::vector<cv::Point2f>& centroids) {
     const size_t n = centroids.size();
     if (n < 2) return 0.0;
-    // Sorted by x, a neighbour search stops once x alone is farther than the best so far.
-    std::vector<cv::Point2f> p = centroids;
-    std::sort(p.begin(), p.end(), [](const cv::Point2f& a, const cv::Point2f& b) {
-        return a.x < b.x || (a.x == b.x && a.y < b.y);
-    });
-    std::vector<double> nearest(n, std::numeric_limits<double>::infinity());
-    for (size_t i = 0; i < n; ++i) {
-        double& best = nearest[i];
-        for (size_t j = i + 1; j < n && p[j].x - p[i].x < best; ++j)
-            best = std::min<double>(best, std::hypot(p[j].x - p[i].x, p[j].y - p[i].y));
-        for (size_t j = i; j-- > 0 && p[i].x - p[j].x < best;)
-            best = std::min<double>(best, std::hypot(p[j].x - p[i].x, p[j].y - p[i].y));
-    }
+    std::vector<double> nearest = nearestDistances(centroids);
     std::nth_element(nearest.begin(), nearest.begin() + n / 2, nearest.end());
     return nearest[n / 2];
 }
@@ -132,8 +121,8 @@ cv::Rect rankedRegion(const Region& r, int clusters, int rank, int rows, int col
 
 }  // namespace
 
-Region region(const Preprocessed& pre, float dc, int rank) {
-    Region out;
+Clusters cluster(const Preprocessed& pre, float dc) {
+    Clusters out;
     try {
         const int n = static_cast<int>(pre.centroids.size());
         out.coords.assign(2 * static_cast<size_t>(n), 0.f);
@@ -149,7 +138,29 @@ Region region(const Preprocessed& pre, float dc, int rank) {
         const int k =
             segment.cluster_densityPeaks(out.coords.data(), n, 2, dc, out.rho.data(),
                                          out.delta.data(), out.nearest.data(), out.labels.data());
-        out.clusters = std::max(k, 0);
+        out.count = std::max(k, 0);
+    } catch (...) {
+        out.status = -200;
+        out.threw = true;
+    }
+    return out;
+}
+
+Region region(const Preprocessed& pre, const Clusters& clusters, int rank) {
+    Region out;
+    out.status = clusters.status;
+    out.threw = clusters.threw;
+    if (clusters.status < 0) return out;
+    try {
+        out.coords = clusters.coords;
+        out.rho = clusters.rho;
+        out.delta = clusters.delta;
+        out.nearest = clusters.nearest;
+        out.labels = clusters.labels;
+        const int n = static_cast<int>(out.labels.size());
+        const int k = clusters.count;
+        out.clusters = k;
+        ROI_Segment segment(pre.processed.rows, pre.processed.cols, 0.f, n, 2);
         if (k < 1) {
             out.rect = cv::Rect(0, 0, pre.processed.cols, pre.processed.rows);
             out.dots = n;
@@ -185,6 +196,18 @@ Region region(const Preprocessed& pre, float dc, int rank) {
         out.threw = true;
     }
     return out;
+}
+
+Region region(const Preprocessed& pre, float dc, int rank) {
+    return region(pre, cluster(pre, dc), rank);
+}
+
+std::vector<cv::Point2f> clusterDots(const Region& region) {
+    std::vector<cv::Point2f> dots;
+    for (size_t i = 0; i < region.labels.size() && 2 * i + 1 < region.coords.size(); ++i)
+        if (region.label < 0 || region.labels[i] == region.label)
+            dots.emplace_back(region.coords[2 * i], region.coords[2 * i + 1]);
+    return dots;
 }
 
 Angle angle(Region& region, bool legacy, bool onlineReg, SystemPara* para) {

@@ -37,6 +37,17 @@ struct Preprocessed {
 };
 Preprocessed preprocess(ImageProcessPipeline& chain, const cv::Mat& image);
 
+// Density-peak clusters of a frame's centroids, computed once and cut into regions per rank.
+struct Clusters {
+    int status = 0;
+    bool threw = false;  // the clustering raised an exception (reported as -200)
+    int count = 0;       // clusters found; 0 means every centroid is one region
+    // (x, y) pairs, density, distance to a denser point, that point, and each centroid's label.
+    std::vector<float> coords, rho, delta;
+    std::vector<int> nearest, labels;
+};
+Clusters cluster(const Preprocessed& pre, float dc);
+
 struct Region {
     int status = 0;
     bool threw = false;  // the clustering raised an exception (reported as -200)
@@ -51,7 +62,10 @@ struct Region {
     std::vector<int> nearest, labels;
 };
 // rank 0 takes the largest cluster; rank k the (k+1)-th largest, for reading every code.
+Region region(const Preprocessed& pre, const Clusters& clusters, int rank = 0);
 Region region(const Preprocessed& pre, float dc, int rank = 0);
+// The centroids of the region's cluster (every centroid when it has no label).
+std::vector<cv::Point2f> clusterDots(const Region& region);
 
 struct Angle {
     int status = 0;

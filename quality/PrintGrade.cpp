@@ -5,6 +5,7 @@
 #include <exception>
 
 #include "AlgPipeline.h"
+#include "Reader.h"
 #include "PrintingScoreCal.h"
 #include "SystemPara.h"
 #include "qbcode_reader.hpp"
@@ -112,14 +113,13 @@ int gradeImage(const unsigned char* image, int rows, int cols, const std::string
                GradeResult& out, const std::string& imageName) {
     if (image == nullptr || rows <= 0 || cols <= 0) return kGradeBadInput;
     const ReaderOptions options = optionsFor(paramPath);
-    AlgPipeline pipeline(options.params());
     const cv::Mat view(rows, cols, CV_8UC1, const_cast<unsigned char*>(image));
-    const int r = pipeline.Run(view, imageName, true);
-    if (r < 0) return r;
-    out.bits = pipeline.result.bits;
-    out.orientation = pipeline.result.orientation;
+    const Decision read = qbcode::detail::readFirst(options, view, imageName, true);
+    if (read.status() < 0) return read.status();
+    out.bits = read.result.bits;
+    out.orientation = read.result.orientation;
 
-    const UprightView& up = pipeline.upright;
+    const UprightView& up = read.upright;
     cv::Mat boxes;
     up.boxes.convertTo(boxes, CV_64F);
     if (boxes.cols < 4 || boxes.rows < 2 || boxes.channels() != 1) return kGradeInternal;

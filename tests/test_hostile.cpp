@@ -342,17 +342,17 @@ const std::vector<ImageCase> kImages = {
     {"checker_1", 480, 640, [] { return checker(1); }, -141},
     {"checker_4", 480, 640, [] { return checker(4); }, -141},
     {"checker_16", 480, 640, [] { return checker(16); }, -143},
-    {"checker_64", 480, 640, [] { return checker(64); }, -314},
+    {"checker_64", 480, 640, [] { return checker(64); }, -202},
     {"tiny_dots_600", 480, 640, [] { return dots(600, 2, false); }, -141},
-    {"square_lattice", 480, 640, [] { return dots(300, 5, true); }, -314},
+    {"square_lattice", 480, 640, [] { return dots(300, 5, true); }, -202},
     {"code", 480, 640, [] { return codeFrame(); }, 0},
     {"code_turned_37", 480, 640, [] { return codeFrame(37.0); }, 0},
     {"code_inverted", 480, 640, [] { return cv::Mat(255 - codeFrame()); }, 0},
     {"code_cut_left", 480, 640, code(0.0, {60, 240}), -511},
     {"code_cut_bottom", 480, 640, code(0.0, {320, 460}), -500},
-    {"code_spacing_6", 480, 640, code(0.0, {-1, -1}, 6.0), -314},
+    {"code_spacing_6", 480, 640, code(0.0, {-1, -1}, 6.0), -202},
     {"two_codes", 480, 1280, twoCodes, 0},
-    {"largest_frame", 4096, 4096, largestFrame, -314},
+    {"largest_frame", 4096, 4096, largestFrame, -202},
 };
 
 void PrintTo(const ImageCase& c, std::ostream* os) {

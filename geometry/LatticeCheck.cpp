@@ -1,0 +1,81 @@
+#include "LatticeCheck.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace {
+
+bool byX(const cv::Point2f& a, const cv::Point2f& b) {
+    return a.x < b.x || (a.x == b.x && a.y < b.y);
+}
+
+double distance(const cv::Point2f& a, const cv::Point2f& b) {
+    return std::hypot(b.x - a.x, b.y - a.y);
+}
+
+// Nearest distances of dots already sorted by x: a search stops once x alone is farther.
+std::vector<double> nearestSorted(const std::vector<cv::Point2f>& p) {
+    const size_t n = p.size();
+    std::vector<double> nearest(n, std::numeric_limits<double>::infinity());
+    for (size_t i = 0; i < n; ++i) {
+        double& best = nearest[i];
+        for (size_t j = i + 1; j < n && p[j].x - p[i].x < best; ++j)
+            best = std::min(best, distance(p[i], p[j]));
+        for (size_t j = i; j-- > 0 && p[i].x - p[j].x < best;)
+            best = std::min(best, distance(p[i], p[j]));
+    }
+    return nearest;
+}
+
+}  // namespace
+
+std::vector<double> nearestDistances(const std::vector<cv::Point2f>& dots) {
+    std::vector<size_t> order(dots.size());
+    for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+    std::sort(order.begin(), order.end(),
+              [&](size_t a, size_t b) { return byX(dots[a], dots[b]); });
+    std::vector<cv::Point2f> p;
+    p.reserve(dots.size());
+    for (size_t i : order) p.push_back(dots[i]);
+    const std::vector<double> sorted = nearestSorted(p);
+    std::vector<double> out(dots.size());
+    for (size_t k = 0; k < order.size(); ++k) out[order[k]] = sorted[k];
+    return out;
+}
+
+LatticeStats latticeOf(const std::vector<cv::Point2f>& dots) {
+    LatticeStats out;
+    const size_t n = dots.size();
+    out.dots = static_cast<int>(n);
+    if (n < 3) return out;
+    std::vector<cv::Point2f> p = dots;
+    std::sort(p.begin(), p.end(), byX);
+    const std::vector<double> nearest = nearestSorted(p);
+    std::vector<double> sorted = nearest;
+    std::nth_element(sorted.begin(), sorted.begin() + n / 2, sorted.end());
+    out.spacing = sorted[n / 2];
+    if (!(out.spacing > 0.0) || !std::isfinite(out.spacing)) return out;
+
+    int agreeing = 0;
+    for (double d : nearest) agreeing += std::fabs(d - out.spacing) <= 0.3 * out.spacing;
+    out.agree = static_cast<double>(agreeing) / static_cast<double>(n);
+
+    // Each pair once (j > i); a direction and its opposite are the same modulo 60 degrees.
+    const double reach = 1.3 * out.spacing;
+    double c = 0.0, s = 0.0;
+    for (size_t i = 0; i < n; ++i)
+        for (size_t j = i + 1; j < n && p[j].x - p[i].x < reach; ++j) {
+            const double dx = double(p[j].x) - p[i].x, dy = double(p[j].y) - p[i].y;
+            const double r2 = dx * dx + dy * dy;
+            if (r2 >= reach * reach || !(r2 > 0.0)) continue;
+            // (dx + i dy)^6 / r^6 by products only: the same bits on every CPU, unlike libm.
+            const double x2 = (dx * dx - dy * dy) / r2, y2 = 2.0 * dx * dy / r2;
+            const double x4 = x2 * x2 - y2 * y2, y4 = 2.0 * x2 * y2;
+            c += x4 * x2 - y4 * y2;
+            s += x4 * y2 + y4 * x2;
+            ++out.pairs;
+        }
+    if (out.pairs > 0) out.symmetry = std::hypot(c, s) / out.pairs;
+    return out;
+}

@@ -1,0 +1,39 @@
+// Is a cluster of blob centroids a hexagonal dot lattice? A cheap test run on every cluster before
+// the angle search, so that texture, noise and photographs cost no more than their clustering.
+#pragma once
+
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+#include "qbcode_export.h"
+
+QBCODE_VISIBLE_BEGIN
+
+struct LatticeLimits {
+    int minDots = 12;       // fewer centroids cannot hold the six markers and a payload
+    double agree = 0.5;     // share of nearest-neighbour distances near their median
+    double symmetry = 0.3;  // six-fold alignment of neighbour directions, 0..1
+};
+
+struct LatticeStats {
+    int dots = 0;
+    double spacing = 0.0;   // median nearest-neighbour distance
+    double agree = 0.0;     // share of dots whose nearest neighbour lies within 30 % of it
+    double symmetry = 0.0;  // |mean of exp(6i·theta)| over neighbour directions
+    int pairs = 0;          // neighbour pairs that voted on the directions
+
+    bool passes(const LatticeLimits& limits) const {
+        return dots >= limits.minDots && agree >= limits.agree && symmetry >= limits.symmetry;
+    }
+};
+
+// Distance from each dot to its nearest other dot, in the dots' order (infinite for a lone dot).
+std::vector<double> nearestDistances(const std::vector<cv::Point2f>& dots);
+
+// Neighbours are pairs closer than 1.3 median spacings. A hexagonal lattice seen at an angle
+// keeps its pairs of opposite directions, so the six-fold alignment falls slowly with tilt;
+// scattered blobs give about 1/sqrt(pairs).
+LatticeStats latticeOf(const std::vector<cv::Point2f>& dots);
+
+QBCODE_VISIBLE_END

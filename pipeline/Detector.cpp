@@ -1,0 +1,281 @@
+#include "Detector.h"
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+
+#include "ParamFile.h"
+#include "SystemPara.h"
+#include "qbcode_status.h"
+
+namespace {
+
+// The size rule chooses ratios in this range: below it a code of any size is a few pixels wide.
+const double kLowestRatio = 0.2;
+// Read every cluster: beyond this many, the rest of a frame is texture.
+const int kMaxRanks = 64;
+
+struct Try {
+    bool dark;
+    double ratio;
+};
+
+// The views of one frame in the order they are tried, each prepared on first use. The first
+// view is under the size rule: when its dots are spaced outside the range, it is prepared again
+// at the ratio that fits, and every later view of the same ratio takes that ratio too.
+class Views {
+public:
+    Views(AlgPipeline& engine, const ReadPlan& plan, const cv::Mat& image,
+          const ReadRequest& request)
+        : engine(engine), plan(plan), image(image), request(request) {
+        bool dark = false;
+        if (plan.camera && plan.polarity == 1) dark = true;
+        if (plan.camera && plan.polarity == 2) dark = stages::looksDark(image);
+        tries.push_back({dark, plan.ratio});
+        if (plan.camera && plan.guarded) {
+            if (plan.retryPolarity) tries.push_back({!dark, plan.ratio});
+            // Each ratio costs a whole view: a few at most.
+            for (size_t k = 0; k < plan.retryRatios.size() && k < 4; ++k)
+                tries.push_back({dark, plan.retryRatios[k]});
+        }
+        views.resize(tries.size());
+    }
+    ~Views() { engine.para->DnRatio = plan.ratio; }
+    Views(const Views&) = delete;
+    Views& operator=(const Views&) = delete;
+
+    size_t size() const { return tries.size(); }
+    bool dark(size_t k) const { return tries[k].dark; }
+    int prepared() const { return count; }
+
+    const FrameView& at(size_t k) {
+        if (!views[k]) {
+            views[k] = std::make_unique<FrameView>(make(k));
+            ++count;
+        }
+        return *views[k];
+    }
+
+private:
+    FrameView make(size_t k) {
+        FrameView view = prepare(tries[k]);
+        if (k != 0 || !plan.sizeRule || view.status < 0) return view;
+        const double spacing = stages::blobSpacing(view.pre.centroids);
+        const double lo = plan.spacingLo, hi = plan.spacingHi;
+        if (!(spacing > 0.0) || (spacing >= lo && spacing <= hi)) return view;
+        const double to =
+            std::clamp(tries[0].ratio * std::sqrt(lo * hi) / spacing, kLowestRatio, 1.0);
+        if (std::fabs(to - tries[0].ratio) <= 0.05) return view;
+        for (Try& later : tries)
+            if (later.ratio == plan.ratio) later.ratio = to;
+        return prepare(tries[0]);
+    }
+
+    FrameView prepare(const Try& t) {
+        return engine.prepare(image, t.dark, t.ratio, request.imgName, request.start0);
+    }
+
+    AlgPipeline& engine;
+    const ReadPlan& plan;
+    const cv::Mat& image;
+    const ReadRequest& request;
+    std::vector<Try> tries;
+    std::vector<std::unique_ptr<FrameView>> views;
+    int count = 0;
+};
+
+Decision refused(int status, const FrameView& view) {
+    Decision d;
+    d.result.status = status;
+    d.ratio = view.ratio;
+    return d;
+}
+
+void noteTry(Decision& d, const Views& views, size_t k) {
+    d.result.evidence.darkDots = views.dark(k);
+    d.result.evidence.tries = static_cast<int>(k + 1);
+    d.result.evidence.ratio = d.ratio;
+}
+
+bool repeats(const std::vector<Decision>& codes, const qbcode::Result& r) {
+    for (const Decision& f : codes) {
+        const qbcode::Result& g = f.result;
+        if (std::hypot(g.centre.x - r.centre.x, g.centre.y - r.centre.y) < 2.0 * g.spacing)
+            return true;
+    }
+    return false;
+}
+
+// A cluster whose dots centre on a code already read adds nothing.
+bool covered(const std::vector<Decision>& codes, const std::vector<cv::Point2f>& dots,
+             const FrameView& view) {
+    if (codes.empty() || dots.empty()) return false;
+    cv::Point2d mean(0, 0);
+    for (const cv::Point2f& p : dots) mean += cv::Point2d(p.x, p.y);
+    mean *= 1.0 / static_cast<double>(dots.size());
+    const cv::Point2d at = view.frames.toInput(mean, view.downsampled);
+    qbcode::Result probe;
+    probe.centre = qbcode::Point{at.x, at.y};
+    return repeats(codes, probe);
+}
+
+// The configured region of one view per try, as the original driver reads it: the first try
+// that reads wins; when none does, the first try's failure stands.
+Decision readRank(AlgPipeline& engine, Views& views, const ReadRequest& request, int rank) {
+    Decision first;
+    for (size_t k = 0; k < views.size(); ++k) {
+        const FrameView& view = views.at(k);
+        Decision d = view.status < 0
+                         ? refused(view.status, view)
+                         : engine.decide(view, stages::region(view.pre, view.clusters, rank),
+                                         request.imgName, request.keepUpright, request.bits,
+                                         request.count, request.start0);
+        noteTry(d, views, k);
+        if (d.status() == 0) return d;
+        if (k == 0) first = std::move(d);
+    }
+    first.result.evidence.tries = static_cast<int>(views.size());
+    return first;
+}
+
+Detection detectLegacy(AlgPipeline& engine, Views& views, const ReadRequest& request) {
+    Detection out;
+    if (!request.every) {
+        Decision d = readRank(engine, views, request, 0);
+        if (d.status() == 0)
+            out.codes.push_back(std::move(d));
+        else
+            out.failure = std::move(d);
+        return out;
+    }
+    for (int rank = 0, clusters = 1; rank < clusters; ++rank) {
+        if (request.maxCodes > 0 && static_cast<int>(out.codes.size()) >= request.maxCodes) break;
+        Decision d = readRank(engine, views, request, rank);
+        clusters = std::min(d.result.evidence.clusters, kMaxRanks);
+        if (d.status() != 0) {
+            if (rank == 0) out.failure = std::move(d);
+            continue;
+        }
+        if (!repeats(out.codes, d.result)) out.codes.push_back(std::move(d));
+    }
+    return out;
+}
+
+// A pre-processing failure that says nothing about the frame's content beyond its dots.
+bool blobFailure(int status) {
+    return status == QBCODE_NOTHING_TO_NORMALISE || status == QBCODE_NO_DOT_BLOBS ||
+           status == QBCODE_BLOB_COUNT;
+}
+
+Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& views,
+                           const ReadRequest& request) {
+    Detection out;
+    bool failureSet = false, failureDecided = false;
+    auto refuse = [&](Decision d, bool decided) {
+        if (failureSet && (failureDecided || !decided)) return;
+        out.failure = std::move(d);
+        failureSet = true;
+        failureDecided = decided;
+    };
+    // A later view is prepared only while an earlier one left a lattice unread (the other
+    // polarity shows a code as the lattice of the gaps between its dots) or could not tell.
+    bool unread = true;
+    for (size_t k = 0; k < views.size() && static_cast<int>(k) < plan.maxViews && unread; ++k) {
+        unread = false;
+        const FrameView& view = views.at(k);
+        if (view.status < 0) {
+            Decision d = refused(view.status, view);
+            noteTry(d, views, k);
+            refuse(std::move(d), false);
+            unread = blobFailure(view.status);
+            continue;
+        }
+        const int ranks =
+            std::min({std::max(view.clusters.count, 1), kMaxRanks, plan.maxCandidates});
+        for (int rank = 0; rank < ranks; ++rank) {
+            stages::Region reg = stages::region(view.pre, view.clusters, rank);
+            ++out.candidates;
+            if (reg.status < 0) {
+                Decision d = refused(reg.status, view);
+                noteTry(d, views, k);
+                refuse(std::move(d), false);
+                continue;
+            }
+            const std::vector<cv::Point2f> dots = stages::clusterDots(reg);
+            if (!latticeOf(dots).passes(plan.lattice)) {
+                ++out.rejected;
+                Decision d = refused(QBCODE_NOT_A_LATTICE, view);
+                d.region = reg.rect;
+                d.regionFound = true;
+                d.result.evidence.clusters = reg.clusters;
+                d.result.evidence.regionDots = reg.dots;
+                noteTry(d, views, k);
+                refuse(std::move(d), false);
+                continue;
+            }
+            if (covered(out.codes, dots, view)) continue;
+            if (out.decisions >= plan.maxDecisions) return out;
+            ++out.decisions;
+            Decision d = engine.decide(view, std::move(reg), request.imgName, request.keepUpright,
+                                       request.bits, request.count, request.start0);
+            noteTry(d, views, k);
+            if (d.status() != 0) {
+                unread = true;
+                refuse(std::move(d), true);
+                continue;
+            }
+            if (!repeats(out.codes, d.result)) out.codes.push_back(std::move(d));
+            if (request.maxCodes > 0 && static_cast<int>(out.codes.size()) >= request.maxCodes)
+                return out;
+        }
+    }
+    return out;
+}
+
+}  // namespace
+
+ReadPlan ReadPlan::from(SystemPara& record) {
+    ReadPlan plan;
+    plan.ratio = record.DnRatio;
+    plan.camera = record.readPara("Camera") >= 0;
+    plan.guarded = record.readPara("Verification") >= 0 && record.verify_enabled != 0;
+    plan.detection = plan.camera && record.readPara("Detection") >= 0;
+    if (plan.camera) {
+        plan.polarity = record.cam_polarity;
+        plan.retryPolarity = record.cam_retryPolarity != 0;
+        for (float r : record.cam_retryRatios) plan.retryRatios.push_back(r);
+        const std::vector<float>& range = record.cam_spacingRange;
+        plan.sizeRule = plan.guarded && range.size() == 2 && range[0] > 0.f && range[1] > range[0];
+        if (plan.sizeRule) {
+            plan.spacingLo = range[0];
+            plan.spacingHi = range[1];
+        }
+    }
+    if (plan.detection) {
+        plan.lattice.minDots = record.det_minDots;
+        plan.lattice.agree = record.det_agree;
+        plan.lattice.symmetry = record.det_symmetry;
+        plan.maxViews = std::max(1, record.det_maxViews);
+        plan.maxCandidates = std::max(1, record.det_maxCandidates);
+        plan.maxDecisions = std::max(1, record.det_maxDecisions);
+    }
+    return plan;
+}
+
+Detection detect(AlgPipeline& engine, const ReadPlan& plan, const cv::Mat& image,
+                 const ReadRequest& request) {
+    // Each view reads, and may copy, the whole frame: one beyond the size limits is refused
+    // before a pixel is touched (the caller's size may be larger than its buffer).
+    if (qbcode::limits::imageTooLarge(image.rows, image.cols)) {
+        Detection out;
+        out.failure.result.status = QBCODE_IMAGE_TOO_LARGE;
+        out.failure.ratio = plan.ratio;
+        return out;
+    }
+    Views views(engine, plan, image, request);
+    Detection out = plan.detection ? detectCandidates(engine, plan, views, request)
+                                   : detectLegacy(engine, views, request);
+    out.views = views.prepared();
+    if (plan.detection) out.failure.result.evidence.tries = views.prepared();
+    return out;
+}
