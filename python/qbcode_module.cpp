@@ -217,6 +217,39 @@ PYBIND11_MODULE(qbcode, m) {
             return "<qbcode.Result " + std::to_string(r.status) + " " + r.statusName() + ">";
         });
 
+    py::class_<qbcode::Reader>(m, "Reader",
+                               "A reader kept across frames: the parameters are parsed once and\n"
+                               "its buffers reused. One per stream; a reader shared by threads\n"
+                               "reads one frame at a time.")
+        .def(py::init([](const std::optional<std::string>& params,
+                         const std::optional<std::string>& yaml) {
+                 if (params && yaml) throw py::value_error("give params or yaml, not both");
+                 return std::make_unique<qbcode::Reader>(
+                     yaml ? qbcode::ReaderOptions::fromYaml(*yaml) : optionsFrom(params));
+             }),
+             py::arg("params") = py::none(), py::arg("yaml") = py::none(),
+             "params: parameter file (None searches as read() does); yaml: the file's text.")
+        .def_property_readonly("status", &qbcode::Reader::status,
+                               "0, or the configuration status every read returns")
+        .def(
+            "read",
+            [](qbcode::Reader& reader, const py::array& image) {
+                const cv::Mat grey = greyFrom(image);
+                py::gil_scoped_release unlocked;
+                return reader.read(qbcode::ImageView(grey.data, grey.rows, grey.cols, grey.step));
+            },
+            py::arg("image"), "Reads the first code of a uint8 image (2-D grey, or BGR/BGRA).")
+        .def(
+            "read_all",
+            [](qbcode::Reader& reader, const py::array& image, int maxCodes) {
+                const cv::Mat grey = greyFrom(image);
+                py::gil_scoped_release unlocked;
+                return reader.readAll(qbcode::ImageView(grey.data, grey.rows, grey.cols, grey.step),
+                                      maxCodes);
+            },
+            py::arg("image"), py::arg("max_codes") = 0,
+            "Every code of the image, most promising first; [] when none is.");
+
     m.def("read", &readOne, py::arg("image"), py::arg("params") = py::none(),
           "Reads the code in a uint8 image (2-D grey, or 3-D BGR/BGRA). params: parameter file;\n"
           "None searches ./algorithm_parameters_v01.yml, then the installed file, then the\n"

@@ -322,4 +322,15 @@ bool writePrintSvg(const std::string& path, const std::vector<int>& bits, double
     return static_cast<bool>(out);
 }
 
+cv::Mat noiseFrame(cv::Size size, double blur, uint64_t seed) {
+    cv::Mat img(size, CV_32F);
+    cv::RNG rng(seed);
+    rng.fill(img, cv::RNG::NORMAL, 100, 60);
+    if (blur > 0) cv::GaussianBlur(img, img, cv::Size(0, 0), blur);
+    cv::normalize(img, img, 0, 255, cv::NORM_MINMAX);
+    cv::Mat out;
+    img.convertTo(out, CV_8U);
+    return out;
+}
+
 }  // namespace qbrender

@@ -74,6 +74,10 @@ CameraOptions typicalCamera(uint64_t seed = 1);
 cv::Mat renderCamera(const std::vector<int>& bits, const CodeStyle& style,
                      const CameraOptions& camera);
 
+// Frames without a code, for the no-code sets of the accuracy suite and the benchmark: Gaussian
+// noise about grey 100, smoothed by `blur` px (0: none) and stretched to 0..255.
+cv::Mat noiseFrame(cv::Size size, double blur, uint64_t seed);
+
 // Print output: black dots on white at the given resolution. spacingMm is the dot spacing on
 // paper. PNG carries the DPI in its pHYs chunk.
 bool writePrintPng(const std::string& path, const std::vector<int>& bits, double spacingMm,

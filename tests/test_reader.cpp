@@ -3,6 +3,7 @@
 // tests'.
 
 #include "FrameChain.h"
+#include "LatticeCheck.h"
 #include "ImageRotation.h"
 #include "SystemPara.h"
 #include "qbcode_hexagon_recognition.h"
@@ -153,3 +154,131 @@ TEST(ExtendedCall, AgreesWithTheOriginalCallOnAnyStride) {
     EXPECT_EQ(qbcode_read(nullptr, 0, 0, 0, nullptr, &r), r.status);
     EXPECT_LT(r.status, 0);
 }
+
+namespace {
+
+// Dot centres of a five-ring code's printed positions, turned and squeezed along one axis as a
+// tilted plane shows them.
+std::vector<cv::Point2f> codeDots(uint64_t seed, double spacing, double turn, double squeeze) {
+    const std::vector<int> bits = qbrender::randomBits(seed, 0.6);
+    const std::vector<cv::Point2d> at = qbrender::gridOffsets(5, spacing, turn);
+    std::vector<cv::Point2f> dots;
+    for (size_t i = 0; i < bits.size(); ++i)
+        if (bits[i]) dots.emplace_back(200 + at[i].y * squeeze, 150 + at[i].x);
+    return dots;
+}
+
+std::vector<cv::Point2f> scattered(int n, uint64_t seed) {
+    cv::RNG rng(seed);
+    std::vector<cv::Point2f> dots;
+    for (int i = 0; i < n; ++i) dots.emplace_back(rng.uniform(0.f, 300.f), rng.uniform(0.f, 300.f));
+    return dots;
+}
+
+std::vector<cv::Point2f> squareGrid(int side, float step) {
+    std::vector<cv::Point2f> dots;
+    for (int i = 0; i < side * side; ++i) dots.emplace_back(step * (i % side), step * (i / side));
+    return dots;
+}
+
+std::vector<cv::Point2f> head(std::vector<cv::Point2f> dots, size_t n) {
+    dots.resize(std::min(n, dots.size()));
+    return dots;
+}
+
+struct LatticeCase {
+    const char* name;
+    std::vector<cv::Point2f> dots;
+    bool lattice;
+};
+
+class LatticeCheck : public ::testing::TestWithParam<LatticeCase> {};
+
+TEST_P(LatticeCheck, TellsCodesFromOtherBlobSets) {
+    const LatticeStats s = latticeOf(GetParam().dots);
+    EXPECT_EQ(s.passes(LatticeLimits()), GetParam().lattice)
+        << "dots " << s.dots << " agree " << s.agree << " symmetry " << s.symmetry;
+}
+
+// The photograph's blobs: centroids of the bright spots of a textured frame, as the
+// pre-processing would find them.
+std::vector<cv::Point2f> textureBlobs() {
+    cv::Mat grey = qbrender::noiseFrame(cv::Size(320, 240), 3.0, 11), bin;
+    cv::threshold(grey, bin, 170, 255, cv::THRESH_BINARY);
+    std::vector<std::vector<cv::Point>> contours;
+    cv::findContours(bin, contours, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE);
+    std::vector<cv::Point2f> dots;
+    for (const auto& c : contours) {
+        const cv::Moments m = cv::moments(c);
+        if (m.m00 > 0) dots.emplace_back(m.m10 / m.m00, m.m01 / m.m00);
+    }
+    return dots;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    BlobSets, LatticeCheck,
+    ::testing::Values(LatticeCase{"code", codeDots(1, 12, 17, 1.0), true},
+                      LatticeCase{"code_tilted_35", codeDots(2, 14, 71, std::cos(0.61)), true},
+                      LatticeCase{"code_sparse", codeDots(3, 9, 133, 1.0), true},
+                      LatticeCase{"texture_blobs", textureBlobs(), false},
+                      LatticeCase{"random_field", scattered(120, 5), false},
+                      LatticeCase{"square_grid", squareGrid(10, 12.f), false},
+                      LatticeCase{"too_few", head(codeDots(4, 12, 0, 1.0), 8), false}),
+    [](const ::testing::TestParamInfo<LatticeCase>& i) { return std::string(i.param.name); });
+
+// One reader over a stream: codes of both polarities, a frame without a code between them, and
+// the first of readAll equal to read.
+TEST(ReaderHandle, ReadsAStreamAndAgreesWithReadAll) {
+    qbcode::Reader reader(qbcode::ReaderOptions::fromFile(QBCODE_DEFAULT_PARAMS));
+    ASSERT_EQ(reader.status(), 0);
+    const std::vector<int> bits = qbrender::randomBits(21);
+    const cv::Mat code = qbrender::renderCamera(
+        bits, geomtest::style(33, 20, cv::Size(640, 480), {300, 250}), qbrender::typicalCamera(4));
+    const cv::Mat inverted = 255 - code;
+    const cv::Mat blank = qbrender::noiseFrame(cv::Size(640, 480), 4.0, 3);
+    for (const cv::Mat* f : {&code, &blank, &inverted, &blank, &code}) {
+        const qbcode::ImageView view(f->data, f->rows, f->cols);
+        const qbcode::Result one = reader.read(view);
+        const std::vector<qbcode::Result> all = reader.readAll(view);
+        if (f == &blank) {
+            EXPECT_LT(one.status, 0);
+            EXPECT_TRUE(all.empty());
+            continue;
+        }
+        ASSERT_EQ(one.status, 0);
+        EXPECT_EQ(one.bits, bits);
+        EXPECT_EQ(one.evidence.darkDots, f == &inverted);
+        ASSERT_FALSE(all.empty());
+        EXPECT_TRUE(all[0].bits == one.bits && all[0].box == one.box);
+    }
+    // The caller's frame is read, never written.
+    EXPECT_EQ(cv::norm(inverted, 255 - code, cv::NORM_INF), 0.0);
+}
+
+TEST(ReaderHandle, CHandleRefusesNullAndFreedHandles) {
+    const cv::Mat img =
+        qbrender::renderCode(qbrender::randomBits(8), geomtest::style(10, 22, cv::Size(640, 480)));
+    qbcode_reader* reader = qbcode_reader_new(QBCODE_DEFAULT_PARAMS);
+    ASSERT_NE(reader, nullptr);
+    qbcode_result r, all[2];
+    EXPECT_EQ(qbcode_reader_read(reader, img.data, img.rows, img.cols, 0, &r), 0);
+    EXPECT_EQ(qbcode_reader_read_all(reader, img.data, img.rows, img.cols, 0, all, 2), 1);
+    EXPECT_EQ(std::vector<int>(all[0].bits, all[0].bits + 91),
+              std::vector<int>(r.bits, r.bits + 91));
+    EXPECT_EQ(qbcode_reader_read(reader, img.data, img.rows, img.cols, img.cols - 1, &r),
+              QBCODE_EMPTY_IMAGE);
+    qbcode_reader_free(reader);
+    EXPECT_EQ(qbcode_reader_status(nullptr), QBCODE_BAD_HANDLE);
+    EXPECT_EQ(qbcode_reader_read(nullptr, img.data, img.rows, img.cols, 0, &r), QBCODE_BAD_HANDLE);
+    EXPECT_EQ(qbcode_reader_read_all(nullptr, img.data, 1, 1, 0, all, 2), QBCODE_BAD_HANDLE);
+    qbcode_reader_free(nullptr);
+
+    qbcode_reader* broken = qbcode_reader_new_from_yaml("%YAML:1.0\n---\nAlgPipeline: [1\n");
+    ASSERT_NE(broken, nullptr);
+    EXPECT_EQ(qbcode_reader_status(broken), QBCODE_CONFIG);
+    EXPECT_EQ(qbcode_reader_read(broken, img.data, img.rows, img.cols, 0, &r), QBCODE_CONFIG);
+    qbcode_reader_free(broken);
+    EXPECT_EQ(qbcode_reader_new_from_yaml(nullptr), nullptr);
+}
+
+}  // namespace

@@ -93,3 +93,19 @@ def test_reads_release_the_interpreter(code):
     reader.join()
     # Held through the read, the lock would stall this loop for the whole read.
     assert max(gaps) < 0.5 * alone, (max(gaps), alone)
+
+
+def test_reader_handle_reads_many_frames_both_polarities_and_after_a_failure(code):
+    reader = qbcode.Reader(params=os.environ["QBCODE_TEST_PARAMS"])
+    assert reader.status == 0
+    blank = np.full((480, 640), 30, np.uint8)
+    for frame in [code, blank, 255 - code, code]:
+        r = reader.read(frame)
+        assert (r.payload == PAYLOAD) == (frame is not blank)
+    assert [r.payload for r in reader.read_all(code)] == [PAYLOAD]
+    assert reader.read(code).bits == reader.read_all(code)[0].bits
+    with open(os.environ["QBCODE_TEST_PARAMS"]) as f:
+        assert qbcode.Reader(yaml=f.read()).read(code).payload == PAYLOAD
+    assert qbcode.Reader(params="/nonexistent/params.yml").status == -600
+    with pytest.raises(ValueError):
+        qbcode.Reader(params="a.yml", yaml="b")

@@ -116,14 +116,7 @@ Generator sceneGenerator(const Scene& s) {
 
 // No-code images.
 cv::Mat noiseImage(Rng& rng, cv::Size size, double blur) {
-    cv::Mat img(size, CV_32F);
-    cv::RNG cvrng(rng());
-    cvrng.fill(img, cv::RNG::NORMAL, 100, 60);
-    if (blur > 0) cv::GaussianBlur(img, img, cv::Size(0, 0), blur);
-    cv::normalize(img, img, 0, 255, cv::NORM_MINMAX);
-    cv::Mat out;
-    img.convertTo(out, CV_8U);
-    return out;
+    return qbrender::noiseFrame(size, blur, rng());
 }
 
 // Codes side by side, 640 px apart so that each is a cluster of its own.

@@ -1,0 +1,162 @@
+// A camera stream in one interleaved run: each round reads every frame of the nominal set, of
+// the no-code set and of a frame with three codes, one after the other, so that the machine's
+// drift touches all of them alike. Counters give medians and worst cases in milliseconds and
+// the ratios the stream cares about; zxing-cpp's QR-only reader on the same no-code frames is
+// the anchor where it is installed.
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "bench_frames.h"
+#include "qbcode_hexagon_recognition.h"
+#include "qbcode_reader.hpp"
+#include "qbcode_render.h"
+
+#ifdef QBCODE_BENCH_ZXING
+#include <ZXing/ReadBarcode.h>
+#endif
+
+namespace {
+
+// Photographs (when the no-code set's folder was given at configure time), smooth textures,
+// sensor noise, random dot fields and hexagonal fields with random markers.
+std::vector<cv::Mat> noCodeFrames() {
+    std::vector<cv::Mat> out;
+    const cv::Size size(640, 480);
+#ifdef QBCODE_PHOTOS_DIR
+    std::vector<std::filesystem::path> files;
+    if (std::filesystem::is_directory(QBCODE_PHOTOS_DIR))
+        for (const auto& e : std::filesystem::directory_iterator(QBCODE_PHOTOS_DIR))
+            files.push_back(e.path());
+    std::sort(files.begin(), files.end());
+    for (const auto& f : files) {
+        const cv::Mat img = cv::imread(f.string(), cv::IMREAD_GRAYSCALE);
+        if (img.rows < 64 || img.cols < 64) continue;
+        cv::Mat fitted;
+        cv::resize(img, fitted, size, 0, 0, cv::INTER_AREA);
+        out.push_back(fitted);
+    }
+#endif
+    for (int k = 0; k < 8; ++k) {
+        out.push_back(qbrender::noiseFrame(size, 1.5 + 0.6 * k, 300 + k));
+        out.push_back(qbrender::noiseFrame(size, 0.0, 400 + k));
+        cv::Mat dots(size, CV_8U, cv::Scalar(30));
+        cv::RNG rng(500 + k);
+        for (int i = 0; i < 150 + 60 * k; ++i)
+            cv::circle(dots, cv::Point(rng.uniform(5, 635), rng.uniform(5, 475)), rng.uniform(2, 7),
+                       cv::Scalar(220), cv::FILLED, cv::LINE_AA);
+        out.push_back(dots);
+        qbrender::CodeStyle style;
+        style.spacing = 18.0 + 1.5 * k;
+        style.dotDiameter = 0.6 * style.spacing;
+        style.rotationDeg = 17.0 * k;
+        std::vector<int> bits(91);
+        cv::RNG pick(600 + k);
+        for (int& b : bits) b = pick.uniform(0, 100) < 55;
+        out.push_back(qbrender::renderCamera(bits, style, qbrender::typicalCamera(700 + k)));
+    }
+    return out;
+}
+
+// Three codes across one 480 x 640 frame.
+cv::Mat threeCodes() {
+    cv::Mat frame(480, 640, CV_8U, cv::Scalar(0));
+    const double xs[3] = {112.0, 320.0, 528.0};
+    for (int k = 0; k < 3; ++k) {
+        qbrender::CodeStyle style;
+        style.spacing = 16.0;
+        style.dotDiameter = 9.6;
+        style.rotationDeg = 20.0 + 35.0 * k;
+        style.centre = cv::Point2d(xs[k], 240.0 + 30.0 * (k - 1));
+        cv::max(frame,
+                qbrender::renderCamera(qbrender::randomBits(800 + k), style,
+                                       qbrender::typicalCamera(900 + k)),
+                frame);
+    }
+    return frame;
+}
+
+double median(std::vector<double> v) {
+    if (v.empty()) return 0.0;
+    std::sort(v.begin(), v.end());
+    return v[v.size() / 2];
+}
+
+double worst(const std::vector<double>& v) {
+    return v.empty() ? 0.0 : *std::max_element(v.begin(), v.end());
+}
+
+template <class F>
+double timeMs(F&& f) {
+    const auto t0 = std::chrono::steady_clock::now();
+    f();
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
+}
+
+qbcode::ImageView viewOf(const cv::Mat& m) {
+    return qbcode::ImageView(m.data, m.rows, m.cols, m.step);
+}
+
+void BM_Stream_Interleaved(benchmark::State& state) {
+    const qbbench::SingleThread single;
+    const std::vector<cv::Mat>& nominal = qbbench::cameraFrames();
+    const std::vector<cv::Mat> empty = noCodeFrames();
+    const cv::Mat three = threeCodes();
+    qbcode::Reader reader(qbcode::ReaderOptions::fromFile(QBCODE_DEFAULT_PARAMS));
+    std::vector<double> read, readC, none, noneC, all3, one3, zx;
+    std::vector<int> bits(91);
+    int box[4];
+    bool allRead = true;
+    size_t found3 = 0;
+    for (auto _ : state) {
+        for (const cv::Mat& f : nominal) {
+            read.push_back(timeMs([&] { allRead &= reader.read(viewOf(f)).valid(); }));
+            readC.push_back(timeMs([&] {
+                quelbor_hexagon_recognition(f.data, f.rows, f.cols, 0, QBCODE_DEFAULT_PARAMS,
+                                            bits.data(), 91, box, 4);
+            }));
+        }
+        for (const cv::Mat& f : empty) {
+            none.push_back(timeMs([&] { benchmark::DoNotOptimize(reader.read(viewOf(f))); }));
+            noneC.push_back(timeMs([&] {
+                quelbor_hexagon_recognition(f.data, f.rows, f.cols, 0, QBCODE_DEFAULT_PARAMS,
+                                            bits.data(), 91, box, 4);
+            }));
+#ifdef QBCODE_BENCH_ZXING
+            const ZXing::ImageView view(f.data, f.cols, f.rows, ZXing::ImageFormat::Lum);
+            const ZXing::DecodeHints hints =
+                ZXing::DecodeHints().setFormats(ZXing::BarcodeFormat::QRCode);
+            zx.push_back(
+                timeMs([&] { benchmark::DoNotOptimize(ZXing::ReadBarcode(view, hints)); }));
+#endif
+        }
+        all3.push_back(timeMs([&] { found3 = reader.readAll(viewOf(three)).size(); }));
+        one3.push_back(timeMs([&] { benchmark::DoNotOptimize(reader.read(viewOf(three))); }));
+    }
+    if (!allRead) state.SkipWithError("a nominal frame did not read");
+    const double base = median(read);
+    state.counters["read_ms"] = base;
+    state.counters["readC_ms"] = median(readC);
+    state.counters["nocode_med_ms"] = median(none);
+    state.counters["nocode_max_ms"] = worst(none);
+    state.counters["nocodeC_med_ms"] = median(noneC);
+    state.counters["nocodeC_max_ms"] = worst(noneC);
+    state.counters["nocode_med_x"] = median(none) / base;
+    state.counters["nocode_max_x"] = worst(none) / base;
+    state.counters["readAll3_x"] = median(all3) / median(one3);
+    state.counters["readAll3_found"] = static_cast<double>(found3);
+    state.counters["nocode_frames"] = static_cast<double>(empty.size());
+    if (!zx.empty()) {
+        state.counters["zxing_nocode_med_ms"] = median(zx);
+        state.counters["zxing_nocode_max_ms"] = worst(zx);
+    }
+}
+BENCHMARK(BM_Stream_Interleaved)->Unit(benchmark::kMillisecond)->Iterations(5);
+
+}  // namespace
