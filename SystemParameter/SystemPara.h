@@ -120,9 +120,10 @@ public:
     int det_minDots = 12;
     float det_agree = 0.5f;
     float det_symmetry = 0.3f;
+    float det_inversion = 0.2f;
     int det_maxViews = 4;
     int det_maxCandidates = 8;
-    int det_maxDecisions = 4;
+    int det_maxRefused = 1;
 
     std::string paramPath;
     // YAML text held in memory; when not empty it is read instead of the file at paramPath.

@@ -64,16 +64,16 @@ std::vector<cv::Mat> noCodeFrames() {
     return out;
 }
 
-// Three codes across one 480 x 640 frame.
+// Three codes in one 480 x 640 frame, far enough apart to be clusters of their own.
 cv::Mat threeCodes() {
     cv::Mat frame(480, 640, CV_8U, cv::Scalar(0));
-    const double xs[3] = {112.0, 320.0, 528.0};
+    const cv::Point2d centres[3] = {{130.0, 130.0}, {510.0, 130.0}, {320.0, 370.0}};
     for (int k = 0; k < 3; ++k) {
         qbrender::CodeStyle style;
-        style.spacing = 16.0;
-        style.dotDiameter = 9.6;
+        style.spacing = 17.0;
+        style.dotDiameter = 10.2;
         style.rotationDeg = 20.0 + 35.0 * k;
-        style.centre = cv::Point2d(xs[k], 240.0 + 30.0 * (k - 1));
+        style.centre = centres[k];
         cv::max(frame,
                 qbrender::renderCamera(qbrender::randomBits(800 + k), style,
                                        qbrender::typicalCamera(900 + k)),

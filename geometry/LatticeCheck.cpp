@@ -61,9 +61,19 @@ LatticeStats latticeOf(const std::vector<cv::Point2f>& dots) {
     for (double d : nearest) agreeing += std::fabs(d - out.spacing) <= 0.3 * out.spacing;
     out.agree = static_cast<double>(agreeing) / static_cast<double>(n);
 
+    // Is there a dot within a quarter spacing of q? Binary search on x, then a short scan.
+    const double tol = 0.25 * out.spacing;
+    auto dotNear = [&](double qx, double qy) {
+        auto it = std::lower_bound(p.begin(), p.end(), qx - tol,
+                                   [](const cv::Point2f& a, double x) { return a.x < x; });
+        for (; it != p.end() && it->x <= qx + tol; ++it)
+            if ((it->x - qx) * (it->x - qx) + (it->y - qy) * (it->y - qy) <= tol * tol) return true;
+        return false;
+    };
     // Each pair once (j > i); a direction and its opposite are the same modulo 60 degrees.
     const double reach = 1.3 * out.spacing;
     double c = 0.0, s = 0.0;
+    int steps = 0, continued = 0;
     for (size_t i = 0; i < n; ++i)
         for (size_t j = i + 1; j < n && p[j].x - p[i].x < reach; ++j) {
             const double dx = double(p[j].x) - p[i].x, dy = double(p[j].y) - p[i].y;
@@ -75,7 +85,11 @@ LatticeStats latticeOf(const std::vector<cv::Point2f>& dots) {
             c += x4 * x2 - y4 * y2;
             s += x4 * y2 + y4 * x2;
             ++out.pairs;
+            continued += dotNear(p[i].x - dx, p[i].y - dy);
+            continued += dotNear(p[j].x + dx, p[j].y + dy);
+            steps += 2;
         }
-    if (out.pairs > 0) out.symmetry = std::hypot(c, s) / out.pairs;
+    if (out.pairs > 0) out.symmetry = std::sqrt(c * c + s * s) / out.pairs;
+    if (steps > 0) out.inversion = static_cast<double>(continued) / steps;
     return out;
 }

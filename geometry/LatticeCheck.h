@@ -11,9 +11,10 @@
 QBCODE_VISIBLE_BEGIN
 
 struct LatticeLimits {
-    int minDots = 12;       // fewer centroids cannot hold the six markers and a payload
-    double agree = 0.5;     // share of nearest-neighbour distances near their median
-    double symmetry = 0.3;  // six-fold alignment of neighbour directions, 0..1
+    int minDots = 12;        // fewer centroids cannot hold the six markers and a payload
+    double agree = 0.5;      // share of nearest-neighbour distances near their median
+    double symmetry = 0.3;   // six-fold alignment of neighbour directions, 0..1
+    double inversion = 0.2;  // share of neighbour steps that continue on the far side
 };
 
 struct LatticeStats {
@@ -22,9 +23,17 @@ struct LatticeStats {
     double agree = 0.0;     // share of dots whose nearest neighbour lies within 30 % of it
     double symmetry = 0.0;  // |mean of exp(6i·theta)| over neighbour directions
     int pairs = 0;          // neighbour pairs that voted on the directions
+    // Share of neighbour steps p -> p + v for which p - v is a dot too. A code's lattice has a
+    // dot across most of its steps; the lattice of the gaps between dots (what the other
+    // polarity shows) is a honeycomb, whose steps never continue.
+    double inversion = 0.0;
 
-    bool passes(const LatticeLimits& limits) const {
+    // Six-fold and regular: a code, or the gaps of a code of the other polarity.
+    bool latticeLike(const LatticeLimits& limits) const {
         return dots >= limits.minDots && agree >= limits.agree && symmetry >= limits.symmetry;
+    }
+    bool passes(const LatticeLimits& limits) const {
+        return latticeLike(limits) && inversion >= limits.inversion;
     }
 };
 

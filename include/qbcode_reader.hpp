@@ -79,7 +79,9 @@ struct Evidence {
     bool recalibrated = false;   // the centre was found after the extra 30-degree turn
     bool refined = false;        // the bits were read at the grid fitted to the detected dots
     bool darkDots = false;       // the read took the dots as dark on a light ground
-    int tries = 1;               // reads tried (polarity, downsampling ratios)
+    int tries = 1;               // views of the frame prepared (polarity, downsampling ratio)
+    int candidates = 0;          // clusters looked at
+    int decisions = 0;           // clusters that looked like a code and went on to the angle
     double ratio = 0.0;          // the downsampling ratio of the read returned
     double markerRatio = 0.0;    // printed / blank marker count of the chosen orientation
     int boxSide = 0;             // side of the sampling box, in upright pixels

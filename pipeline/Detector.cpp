@@ -6,7 +6,6 @@
 
 #include "ParamFile.h"
 #include "SystemPara.h"
-#include "qbcode_status.h"
 
 namespace {
 
@@ -87,6 +86,7 @@ private:
 Decision refused(int status, const FrameView& view) {
     Decision d;
     d.result.status = status;
+    d.result.timings.preprocess = view.preprocessMs;
     d.ratio = view.ratio;
     return d;
 }
@@ -161,12 +161,6 @@ Detection detectLegacy(AlgPipeline& engine, Views& views, const ReadRequest& req
     return out;
 }
 
-// A pre-processing failure that says nothing about the frame's content beyond its dots.
-bool blobFailure(int status) {
-    return status == QBCODE_NOTHING_TO_NORMALISE || status == QBCODE_NO_DOT_BLOBS ||
-           status == QBCODE_BLOB_COUNT;
-}
-
 Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& views,
                            const ReadRequest& request) {
     Detection out;
@@ -177,17 +171,18 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
         failureSet = true;
         failureDecided = decided;
     };
-    // A later view is prepared only while an earlier one left a lattice unread (the other
-    // polarity shows a code as the lattice of the gaps between its dots) or could not tell.
-    bool unread = true;
-    for (size_t k = 0; k < views.size() && static_cast<int>(k) < plan.maxViews && unread; ++k) {
-        unread = false;
+    // Later views only where the earlier ones saw a reason: the other polarity where a lattice
+    // of gaps showed (a code of the other polarity looks like that), another ratio where a
+    // lattice was decided and not read. A frame without a code stops after its first view.
+    bool gaps = false, unread = false;
+    int refusals = 0;
+    for (size_t k = 0; k < views.size() && views.prepared() < plan.maxViews; ++k) {
+        if (k > 0 && !(views.dark(k) != views.dark(0) ? gaps : unread)) continue;
         const FrameView& view = views.at(k);
         if (view.status < 0) {
             Decision d = refused(view.status, view);
             noteTry(d, views, k);
             refuse(std::move(d), false);
-            unread = blobFailure(view.status);
             continue;
         }
         const int ranks =
@@ -202,7 +197,9 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
                 continue;
             }
             const std::vector<cv::Point2f> dots = stages::clusterDots(reg);
-            if (!latticeOf(dots).passes(plan.lattice)) {
+            const LatticeStats lattice = latticeOf(dots);
+            if (!lattice.passes(plan.lattice)) {
+                gaps = gaps || lattice.latticeLike(plan.lattice);
                 ++out.rejected;
                 Decision d = refused(QBCODE_NOT_A_LATTICE, view);
                 d.region = reg.rect;
@@ -214,16 +211,20 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
                 continue;
             }
             if (covered(out.codes, dots, view)) continue;
-            if (out.decisions >= plan.maxDecisions) return out;
             ++out.decisions;
             Decision d = engine.decide(view, std::move(reg), request.imgName, request.keepUpright,
                                        request.bits, request.count, request.start0);
             noteTry(d, views, k);
             if (d.status() != 0) {
-                unread = true;
+                // Another ratio helps a lattice whose dots were too small or too large for
+                // this one, and nothing else.
+                unread = unread || !plan.sizeRule || lattice.spacing < plan.spacingLo ||
+                         lattice.spacing > plan.spacingHi;
                 refuse(std::move(d), true);
+                if (++refusals >= plan.maxRefused) return out;
                 continue;
             }
+            refusals = 0;
             if (!repeats(out.codes, d.result)) out.codes.push_back(std::move(d));
             if (request.maxCodes > 0 && static_cast<int>(out.codes.size()) >= request.maxCodes)
                 return out;
@@ -255,9 +256,10 @@ ReadPlan ReadPlan::from(SystemPara& record) {
         plan.lattice.minDots = record.det_minDots;
         plan.lattice.agree = record.det_agree;
         plan.lattice.symmetry = record.det_symmetry;
+        plan.lattice.inversion = record.det_inversion;
         plan.maxViews = std::max(1, record.det_maxViews);
         plan.maxCandidates = std::max(1, record.det_maxCandidates);
-        plan.maxDecisions = std::max(1, record.det_maxDecisions);
+        plan.maxRefused = std::max(1, record.det_maxRefused);
     }
     return plan;
 }
@@ -277,5 +279,11 @@ Detection detect(AlgPipeline& engine, const ReadPlan& plan, const cv::Mat& image
                                    : detectLegacy(engine, views, request);
     out.views = views.prepared();
     if (plan.detection) out.failure.result.evidence.tries = views.prepared();
+    auto count = [&out](Decision& d) {
+        d.result.evidence.candidates = out.candidates;
+        d.result.evidence.decisions = out.decisions;
+    };
+    count(out.failure);
+    for (Decision& d : out.codes) count(d);
     return out;
 }

@@ -28,9 +28,11 @@ struct ReadPlan {
     bool sizeRule = false;
     double spacingLo = 0.0, spacingHi = 0.0;
     LatticeLimits lattice;
+    // Limits of one frame: views prepared, clusters looked at per view, and candidates refused
+    // in a row after the angle search before the frame is given up.
     int maxViews = 6;
     int maxCandidates = 64;
-    int maxDecisions = 64;
+    int maxRefused = 64;
 
     static ReadPlan from(SystemPara& record);
 };

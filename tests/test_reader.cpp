@@ -181,6 +181,19 @@ std::vector<cv::Point2f> squareGrid(int side, float step) {
     return dots;
 }
 
+// The gaps between the dots of a full code: the centres of its triangles, a honeycomb.
+std::vector<cv::Point2f> gapsOfACode(double spacing) {
+    const std::vector<cv::Point2d> at = qbrender::gridOffsets(4, spacing, 0);
+    std::vector<cv::Point2f> gaps;
+    const double r = spacing / std::sqrt(3.0);
+    for (const cv::Point2d& p : at)
+        for (int k = 0; k < 2; ++k) {
+            const double a = CV_PI / 6 + k * CV_PI / 3;
+            gaps.emplace_back(200 + p.y + r * std::cos(a), 150 + p.x + r * std::sin(a));
+        }
+    return gaps;
+}
+
 std::vector<cv::Point2f> head(std::vector<cv::Point2f> dots, size_t n) {
     dots.resize(std::min(n, dots.size()));
     return dots;
@@ -223,6 +236,7 @@ INSTANTIATE_TEST_SUITE_P(
                       LatticeCase{"texture_blobs", textureBlobs(), false},
                       LatticeCase{"random_field", scattered(120, 5), false},
                       LatticeCase{"square_grid", squareGrid(10, 12.f), false},
+                      LatticeCase{"gaps_of_a_code", gapsOfACode(14), false},
                       LatticeCase{"too_few", head(codeDots(4, 12, 0, 1.0), 8), false}),
     [](const ::testing::TestParamInfo<LatticeCase>& i) { return std::string(i.param.name); });
 
