@@ -32,9 +32,14 @@ using Clock = std::chrono::steady_clock;
 // The size rule chooses ratios in this range: below it a code of any size is a few pixels wide.
 const double kLowestRatio = 0.2;
 
-double msSince(Clock::time_point t) {
-    return std::chrono::duration<double, std::milli>(Clock::now() - t).count();
-}
+// One moment on both clocks: the debug lines print raw clock() ticks, the result wall time.
+struct Stamp {
+    clock_t ticks = clock();
+    Clock::time_point wall = Clock::now();
+    double ms() const {
+        return std::chrono::duration<double, std::milli>(Clock::now() - wall).count();
+    }
+};
 
 qbcode::Point toPoint(const cv::Point2d& p) {
     return qbcode::Point{p.x, p.y};
@@ -129,7 +134,7 @@ FrameView AlgPipeline::prepare(const cv::Mat& image, bool dark, double ratio,
     FrameView view;
     view.dark = dark;
     view.ratio = ratio;
-    const Clock::time_point t = Clock::now();
+    const Stamp t;
     // Into a buffer of its own: the caller's image is read-only and may be shared by threads.
     cv::Mat input;
     if (dark && !image.empty())
@@ -144,67 +149,80 @@ FrameView AlgPipeline::prepare(const cv::Mat& image, bool dark, double ratio,
     view.status = view.pre.status;
     if (view.status < 0) {
         sink.preprocessFailed(view.status);
-        view.preprocessMs = msSince(t);
+        view.preprocessMs = t.ms();
         return view;
     }
     sink.preprocessed(view.pre.input, view.pre.processed, view.pre.binary, start0);
     view.frames.crop(view.pre.preCrop);
     view.downsampled = view.frames.resize(view.pre.input.size(), view.pre.processed.size());
-    view.preprocessMs = msSince(t);
+    view.preprocessMs = t.ms();
     view.clusters = stages::cluster(view.pre, dc);
     return view;
 }
 
-// One candidate: angle, upright turn, spacing, centre (with at most one re-calibration by 30
-// degrees), decoding, verification and refinement.
-Decision AlgPipeline::decide(const FrameView& view, stages::Region reg, const std::string& imgName,
-                             bool keepUpright, int* bits, int count, clock_t start0) {
-    (void)start0;
+// The working state of one candidate on its way from its region to the bits.
+struct AlgPipeline::Work {
+    Work(const FrameView& v, stages::Region&& r) : view(v), frames(v.frames), reg(std::move(r)) {}
+    const FrameView& view;
+    FrameChain frames;
+    stages::Region reg;
+    int regionFrame = 0, uprightFrame = 0;
+    cv::Mat procRot, binRot;
+    int angle = 0;
+    float gap = 0.f;
+    cv::Point centre;
+    int weak = 0;  // -314 when the read goes on from a weak centre
+    bool keepUpright = false;
+};
+
+// One candidate: region, angle and upright turn, spacing, centre, decoding, verification and
+// refinement. Each step returns 0 or the status that refuses the candidate.
+Decision AlgPipeline::decide(const FrameView& view, stages::Region reg, const ReadPlan& plan,
+                             const std::string& imgName, bool keepUpright, int* bits, int count) {
     Decision out;
     out.ratio = view.ratio;
-    qbcode::Result& result = out.result;
-    UprightView& upright = out.upright;
-    qbcode::Timings& took = result.timings;
-    qbcode::Evidence& evidence = result.evidence;
-    took.preprocess = view.preprocessMs;
-    auto fail = [&out](int status) -> Decision& {
-        out.result.status = status;
-        return out;
-    };
-    const stages::Preprocessed& pre = view.pre;
-    FrameChain frames = view.frames;
-    const int downsampledFrame = view.downsampled;
+    out.result.timings.preprocess = view.preprocessMs;
     DebugSink sink(*para, imgName, writer);
+    Work w(view, std::move(reg));
+    w.keepUpright = keepUpright;
+    int status = cutRegion(w, plan, keepUpright, sink, out);
+    if (status == 0) status = turnUpright(w, sink, out);
+    if (status == 0) status = findCentre(w, plan, sink, out);
+    if (status == 0) status = readBits(w, plan, imgName, bits, count, sink, out);
+    out.result.status = status;
+    return out;
+}
 
-    // 2. Region of interest (cut by the caller from the view's clusters).
-    Clock::time_point t = Clock::now();
-    const clock_t start1 = clock();
-    const bool padCrop = para->readPara("Camera") >= 0 && para->cam_padCrop;
-    const cv::Point pad = padCrop && reg.status == 0 ? stages::padForTurn(reg) : cv::Point();
+int AlgPipeline::cutRegion(Work& w, const ReadPlan& plan, bool keepUpright, DebugSink& sink,
+                           Decision& out) {
+    const Stamp t;
+    stages::Region& reg = w.reg;
+    const cv::Point pad = plan.padCrop && reg.status == 0 ? stages::padForTurn(reg) : cv::Point();
     roiCoords = std::move(reg.coords);
     roiRho = std::move(reg.rho);
     roiDelta = std::move(reg.delta);
     roiNearest = std::move(reg.nearest);
     roiLabel = std::move(reg.labels);
+    qbcode::Evidence& evidence = out.result.evidence;
     evidence.clusters = reg.clusters;
     evidence.regionDots = reg.dots;
     if (reg.threw) sink.regionFailed();
-    if (reg.status < 0) return fail(reg.status);
-    const cv::Rect& region = reg.rect;
-    out.region = region;
+    if (reg.status < 0) return reg.status;
+    out.region = reg.rect;
     out.regionFound = true;
+    const stages::Preprocessed& pre = w.view.pre;
+    UprightView& upright = out.upright;
     if (keepUpright) {
         // The input as the stages saw it (after any crop), at the processed size.
-        cv::Mat reduced;
+        cv::Mat reduced, source = pre.input;
         NoiseRemover reducer;
         reducer.setDnsample_size(cv::Point(pre.processed.cols, pre.processed.rows));
-        cv::Mat source = pre.input;
         reducer.ImgDnSample(source, reduced);
-        if (reduced.size() == pre.processed.size()) upright.input = reduced(region).clone();
+        if (reduced.size() == pre.processed.size()) upright.input = reduced(reg.rect).clone();
     }
-    sink.regionCropped(reg.binary, start1);
-    took.region = msSince(t);
-    const int regionFrame = frames.crop(cv::Point2d(region.x, region.y));
+    sink.regionCropped(reg.binary, t.ticks);
+    out.result.timings.region = t.ms();
+    w.regionFrame = w.frames.crop(cv::Point2d(reg.rect.x, reg.rect.y));
     if (pad != cv::Point()) {
         // The upright turn keeps the crop's size and cuts the dots of a code that sits
         // off-centre in it.
@@ -212,150 +230,97 @@ Decision AlgPipeline::decide(const FrameView& view, stages::Region reg, const st
             if (!m->empty())
                 cv::copyMakeBorder(*m, *m, pad.y, pad.y, pad.x, pad.x, cv::BORDER_CONSTANT,
                                    cv::Scalar(0));
-        frames.crop(cv::Point2d(-pad.x, -pad.y));
+        w.frames.crop(cv::Point2d(-pad.x, -pad.y));
     }
+    return 0;
+}
 
-    // 3. Rotation angle, then both crops upright.
-    t = Clock::now();
-    const clock_t start2 = clock();
-    stages::Angle found = stages::angle(reg, opencv10Rot != 0, isOnlineReg == 1, para.get());
+int AlgPipeline::turnUpright(Work& w, DebugSink& sink, Decision& out) {
+    const Stamp t;
+    stages::Angle found = stages::angle(w.reg, opencv10Rot != 0, isOnlineReg == 1, para.get());
     if (opencv10Rot) sink.legacyAngleTables(found.scores, found.peaks);
-    if (found.status < 0) return fail(found.status);
-    int angle = found.degrees;
-    evidence.angleScore = found.score;
-    const clock_t start2b = clock();
+    if (found.status < 0) return found.status;
+    w.angle = found.degrees;
+    out.result.evidence.angleScore = found.score;
+    const clock_t turned = clock();
     rotation = std::make_unique<ImageRotation>();
-    cv::Mat procRot, binRot;
-    rotation->rotate(reg.grey, procRot, static_cast<float>(angle));
-    rotation->rotate(reg.binary, binRot, static_cast<float>(angle));
-    if (!upright.input.empty())
-        rotation->rotate(upright.input, upright.input, static_cast<float>(angle));
-    int uprightFrame = frames.turn(procRot.size(), angle);
-    sink.uprightTurned(procRot, binRot, angle, start2, start2b);
-    took.angle = msSince(t);
+    rotation->rotate(w.reg.grey, w.procRot, static_cast<float>(w.angle));
+    rotation->rotate(w.reg.binary, w.binRot, static_cast<float>(w.angle));
+    cv::Mat& input = out.upright.input;
+    if (!input.empty()) rotation->rotate(input, input, static_cast<float>(w.angle));
+    w.uprightFrame = w.frames.turn(w.procRot.size(), w.angle);
+    sink.uprightTurned(w.procRot, w.binRot, w.angle, t.ticks, turned);
+    out.result.timings.angle = t.ms();
 
-    // 4. Dot spacing; a non-positive spacing never reaches the template search.
-    t = Clock::now();
+    // A non-positive spacing never reaches the template search.
+    const Stamp s;
     const stages::Spacing spacing = stages::spacing(found);
-    sink.spacingMeasured(angle, spacing.gap);
-    took.spacing = msSince(t);
-    if (spacing.status < 0) return fail(spacing.status);
+    sink.spacingMeasured(w.angle, spacing.gap);
+    out.result.timings.spacing = s.ms();
+    w.gap = spacing.gap;
+    return spacing.status;
+}
 
-    // 5. Centre of the code, with at most one re-calibration by 30 degrees.
-    t = Clock::now();
-    const clock_t start25 = clock();
+// The centre by template correlation, with at most one re-calibration by a further 30 degrees.
+int AlgPipeline::findCentre(Work& w, const ReadPlan& plan, DebugSink& sink, Decision& out) {
+    const Stamp t;
+    qbcode::Evidence& evidence = out.result.evidence;
+    cv::Mat& input = out.upright.input;
     startPoint = std::make_unique<startPoint_cal>(para.get());
-    float gap = spacing.gap;
     stages::Centre centre;
-    // A weak centre is still a start for the grid fit, which verification then judges.
-    const bool refining = para->readPara("Camera") >= 0 && para->cam_refineGrid != 0 &&
-                          para->readPara("Verification") >= 0 && para->verify_enabled != 0;
-    int weak = 0;  // -314 when the read goes on from a weak centre
-    for (int attempt = 0;; ++attempt) {
-        centre = stages::centre(*startPoint, gap, binRot);
-        gap = centre.gap;
+    auto search = [&] {
+        centre = stages::centre(*startPoint, w.gap, w.binRot);
+        w.gap = centre.gap;
         evidence.correlation = centre.correlation;
-        if (centre.status == -321 && padCrop && attempt == 0) {
+    };
+    for (int attempt = 0;; ++attempt) {
+        search();
+        if (centre.status == -321 && plan.padCrop && attempt == 0) {
             // A crop cut close around a sparse outer ring is smaller than the template: it is
             // padded to hold the template once, and searched again.
-            const int side = static_cast<int>(2 * ((layer + 0.5) * (gap + 1.0) + 0.5) + 3);
-            const int px = std::max(0, (side - binRot.cols + 1) / 2);
-            const int py = std::max(0, (side - binRot.rows + 1) / 2);
-            if (px + py > 0 && side < 4 * std::max(binRot.rows, binRot.cols)) {
-                for (cv::Mat* m : {&procRot, &binRot, &upright.input})
+            const int side = static_cast<int>(2 * ((layer + 0.5) * (w.gap + 1.0) + 0.5) + 3);
+            const int px = std::max(0, (side - w.binRot.cols + 1) / 2);
+            const int py = std::max(0, (side - w.binRot.rows + 1) / 2);
+            if (px + py > 0 && side < 4 * std::max(w.binRot.rows, w.binRot.cols)) {
+                for (cv::Mat* m : {&w.procRot, &w.binRot, &input})
                     if (!m->empty())
                         cv::copyMakeBorder(*m, *m, py, py, px, px, cv::BORDER_CONSTANT,
                                            cv::Scalar(0));
-                uprightFrame = frames.crop(cv::Point2d(-px, -py));
+                w.uprightFrame = w.frames.crop(cv::Point2d(-px, -py));
                 ++attempt;
-                centre = stages::centre(*startPoint, gap, binRot);
-                gap = centre.gap;
-                evidence.correlation = centre.correlation;
+                search();
             }
         }
-        if (centre.status == -314 && refining && centre.weak != cv::Point(0, 0)) {
-            weak = centre.status;
+        // A weak centre is still a start for the grid fit, which verification then judges.
+        if (centre.status == -314 && plan.refining && centre.weak != cv::Point(0, 0)) {
+            w.weak = centre.status;
             centre.status = 0;
             centre.point = centre.weak;
         }
-        if (centre.status < 0) return fail(centre.status);
+        if (centre.status < 0) return centre.status;
         if (centre.point != cv::Point(0, 0) || ctpointFlag != 1 || attempt > 0) break;
-        rotation->rotate(procRot, procRot, 30.0f);
-        rotation->rotate(binRot, binRot, 30.0f);
-        if (!upright.input.empty()) rotation->rotate(upright.input, upright.input, 30.0f);
-        uprightFrame = frames.turn(procRot.size(), 30.0);
-        angle += 30;
+        rotation->rotate(w.procRot, w.procRot, 30.0f);
+        rotation->rotate(w.binRot, w.binRot, 30.0f);
+        if (!input.empty()) rotation->rotate(input, input, 30.0f);
+        w.uprightFrame = w.frames.turn(w.procRot.size(), 30.0);
+        w.angle += 30;
         evidence.recalibrated = true;
-        sink.recalibrated(angle);
+        sink.recalibrated(w.angle);
     }
-    if (centre.point == cv::Point(0, 0)) return fail(-322);
-    sink.centreFound(gap, centre.point, procRot, start25);
-    took.centre = msSince(t);
+    if (centre.point == cv::Point(0, 0)) return -322;
+    w.centre = centre.point;
+    sink.centreFound(w.gap, w.centre, w.procRot, t.ticks);
+    out.result.timings.centre = t.ms();
+    return 0;
+}
 
-    // 6. Tracking and decoding.
-    t = Clock::now();
-    const clock_t start3 = clock();
-    if (keepUpright) upright.grey = procRot.clone();  // the tracker binarises procRot
-    stages::Decoded decoded = stages::decode(procRot, binRot, gap, centre.point, layer,
-                                             doQualityCheck != 0, para.get(), imgName);
-    if (decoded.status < 0 && !refining) return fail(decoded.status);
-    took.decode = msSince(t);
+namespace {
 
-    // 7. Verification: the grid must sit on the printed dots. A grid that does not is fitted
-    // to the detected dots and read once more, through the same checks.
-    t = Clock::now();
-    stages::Verified verified;
-    if (decoded.status == 0)
-        verified = stages::verify(decoded, pre, frames, downsampledFrame, regionFrame, uprightFrame,
-                                  region.size(), gap, para.get());
-    // A failure reports what the read without refinement would have said.
-    int failure = weak < 0 ? weak : decoded.status < 0 ? decoded.status : verified.status;
-    if (weak < 0 && decoded.status == 0 && verified.status == 0) failure = 0;
-    if (failure < 0 && refining) {
-        stages::Decoded fitted = stages::refine(
-            procRot, stages::centroidsIn(pre, frames, downsampledFrame, uprightFrame), gap,
-            centre.point, layer, para.get());
-        if (fitted.status == 0) {
-            const stages::Verified again =
-                stages::verify(fitted, pre, frames, downsampledFrame, regionFrame, uprightFrame,
-                               region.size(), gap, para.get());
-            if (again.status == 0 || decoded.status < 0) {
-                decoded = std::move(fitted);
-                verified = again;
-                evidence.refined = true;
-                if (again.status == 0) failure = 0;
-            }
-        }
-    }
-    took.verify = msSince(t);
-    if (decoded.status < 0) return fail(failure);
-    evidence.markerRatio = decoded.markerRatio;
-    evidence.fill = decoded.fill;
-    evidence.fillThreshold = decoded.fillThreshold;
-    evidence.boxSide = decoded.boxSide;
-    const Grid_verification::Checks& checks = verified.checks;
-    result.margin = checks.margin;
-    result.checks.blankFill = checks.blankFill;
-    result.checks.outside = checks.outside;
-    result.checks.markersMatched = checks.markersMatched;
-    result.checks.dotsMatched = checks.dotsMatched;
-    result.checks.dotsMissing = checks.dotsMissing;
-    result.checks.dotsUnexplained = checks.dotsUnexplained;
-    result.checks.residual = checks.residual;
-    if (failure < 0) return fail(failure);
-    result.checks.verified = verified.enabled;
-    if (bits != nullptr) {
-        const int r = assign_patArr(decoded.bits, bits, count);
-        if (r < 0) return fail(r);
-    }
-    sink.decoded(decoded.bits, start3);
-
-    // The result in input pixels.
-    result.bits.assign(static_cast<size_t>(decoded.bits.cols), 0);
-    assign_patArr(decoded.bits, result.bits.data(), decoded.bits.cols);
-    result.orientation = decoded.orientation;
-    // Where the dots were fitted, the geometry follows them to a fraction of a pixel; else it
-    // is the grid's, whose centre is a whole pixel of the upright frame.
+// Where the dots were fitted, the geometry follows them to a fraction of a pixel; else it is the
+// grid's, whose centre is a whole pixel of the upright frame.
+void placeResult(const stages::Decoded& decoded, const Grid_verification::Checks& checks,
+                 const FrameChain& frames, int uprightFrame, int angle, float gap, int layer,
+                 qbcode::Result& result) {
     const cv::Matx23d fit = checks.fitted ? checks.fit : cv::Matx23d(1, 0, 0, 0, 1, 0);
     auto fitted = [&](const cv::Point2d& p) {
         return cv::Point2d(fit(0, 0) * p.x + fit(0, 1) * p.y + fit(0, 2),
@@ -367,7 +332,7 @@ Decision AlgPipeline::decide(const FrameView& view, stages::Region reg, const st
     // Angle and spacing from the ideal grid to where the positions ended up (the same as the
     // fit unless the grid was refined).
     cv::Matx23d whole = fit;
-    if (evidence.refined) {
+    if (result.evidence.refined) {
         std::vector<cv::Point2d> ended;
         for (const cv::Point2d& p : decoded.points) ended.push_back(fitted(p));
         if (!Grid_verification::fitAffine(decoded.ideal, ended, whole)) whole = fit;
@@ -384,15 +349,88 @@ Decision AlgPipeline::decide(const FrameView& view, stages::Region reg, const st
         const int i = ringStart + j * layer;
         if (i < n) result.corners[j] = onDots(decoded.points[i]);
     }
-    upright.binary = binRot;
+}
+
+void noteChecks(const stages::Decoded& decoded, const Grid_verification::Checks& checks,
+                qbcode::Result& result) {
+    qbcode::Evidence& evidence = result.evidence;
+    evidence.markerRatio = decoded.markerRatio;
+    evidence.fill = decoded.fill;
+    evidence.fillThreshold = decoded.fillThreshold;
+    evidence.boxSide = decoded.boxSide;
+    result.margin = checks.margin;
+    result.checks.blankFill = checks.blankFill;
+    result.checks.outside = checks.outside;
+    result.checks.markersMatched = checks.markersMatched;
+    result.checks.dotsMatched = checks.dotsMatched;
+    result.checks.dotsMissing = checks.dotsMissing;
+    result.checks.dotsUnexplained = checks.dotsUnexplained;
+    result.checks.residual = checks.residual;
+}
+
+}  // namespace
+
+// Tracking and decoding, then verification: the grid must sit on the printed dots. A grid that
+// does not is fitted to the detected dots and read once more, through the same checks.
+int AlgPipeline::readBits(Work& w, const ReadPlan& plan, const std::string& imgName, int* bits,
+                          int count, DebugSink& sink, Decision& out) {
+    qbcode::Result& result = out.result;
+    const Stamp t;
+    if (w.keepUpright) out.upright.grey = w.procRot.clone();  // the tracker binarises procRot
+    stages::Decoded decoded = stages::decode(w.procRot, w.binRot, w.gap, w.centre, layer,
+                                             doQualityCheck != 0, para.get(), imgName);
+    if (decoded.status < 0 && !plan.refining) return decoded.status;
+    result.timings.decode = t.ms();
+
+    const Stamp v;
+    const stages::Preprocessed& pre = w.view.pre;
+    const int downsampled = w.view.downsampled;
+    auto verify = [&](const stages::Decoded& d) {
+        return stages::verify(d, pre, w.frames, downsampled, w.regionFrame, w.uprightFrame,
+                              out.region.size(), w.gap, plan.camera, plan.frameMargin, para.get());
+    };
+    stages::Verified verified;
+    if (decoded.status == 0) verified = verify(decoded);
+    // A failure reports what the read without refinement would have said.
+    int failure = w.weak < 0 ? w.weak : decoded.status < 0 ? decoded.status : verified.status;
+    if (w.weak < 0 && decoded.status == 0 && verified.status == 0) failure = 0;
+    if (failure < 0 && plan.refining) {
+        stages::Decoded fitted = stages::refine(
+            w.procRot, stages::centroidsIn(pre, w.frames, downsampled, w.uprightFrame), w.gap,
+            w.centre, layer, para.get());
+        if (fitted.status == 0) {
+            const stages::Verified again = verify(fitted);
+            if (again.status == 0 || decoded.status < 0) {
+                decoded = std::move(fitted);
+                verified = again;
+                result.evidence.refined = true;
+                if (again.status == 0) failure = 0;
+            }
+        }
+    }
+    result.timings.verify = v.ms();
+    if (decoded.status < 0) return failure;
+    noteChecks(decoded, verified.checks, result);
+    if (failure < 0) return failure;
+    result.checks.verified = verified.enabled;
+    if (bits != nullptr) {
+        const int r = assign_patArr(decoded.bits, bits, count);
+        if (r < 0) return r;
+    }
+    sink.decoded(decoded.bits, t.ticks);
+
+    // The result in input pixels.
+    result.bits.assign(static_cast<size_t>(decoded.bits.cols), 0);
+    assign_patArr(decoded.bits, result.bits.data(), decoded.bits.cols);
+    result.orientation = decoded.orientation;
+    placeResult(decoded, verified.checks, w.frames, w.uprightFrame, w.angle, w.gap, layer, result);
+    UprightView& upright = out.upright;
+    upright.binary = w.binRot;
     upright.boxes = decoded.boxes;
     upright.bits = decoded.bits;
-    upright.gap = gap;
-
-    // 8. Result overlays.
-    sink.overlay(procRot, binRot, decoded.boxes, decoded.bits);
-    result.status = 0;
-    return out;
+    upright.gap = w.gap;
+    sink.overlay(w.procRot, w.binRot, decoded.boxes, decoded.bits);
+    return 0;
 }
 
 void AlgPipeline::putonOverlay(cv::Mat& overlay, cv::Mat& overlayBin, const cv::Mat& boxes,

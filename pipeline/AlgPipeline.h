@@ -17,7 +17,9 @@
 
 QBCODE_VISIBLE_BEGIN
 
+class DebugSink;
 class ImageProcessPipeline;
+struct ReadPlan;
 class ImageRotation;
 class startPoint_cal;
 class WriteData;
@@ -83,8 +85,8 @@ public:
     // clustering of one view, then the decision of one region cut from it.
     FrameView prepare(const cv::Mat& image, bool dark, double ratio, const std::string& imgName,
                       clock_t start0);
-    Decision decide(const FrameView& view, stages::Region reg, const std::string& imgName,
-                    bool keepUpright, int* bits, int count, clock_t start0);
+    Decision decide(const FrameView& view, stages::Region reg, const ReadPlan& plan,
+                    const std::string& imgName, bool keepUpright, int* bits, int count);
 
     std::string paramPath;
     int debug = 0;
@@ -113,6 +115,13 @@ public:
     std::vector<int> roiLabel;
 
 private:
+    struct Work;
+    int cutRegion(Work& w, const ReadPlan& plan, bool keepUpright, DebugSink& sink, Decision& out);
+    int turnUpright(Work& w, DebugSink& sink, Decision& out);
+    int findCentre(Work& w, const ReadPlan& plan, DebugSink& sink, Decision& out);
+    int readBits(Work& w, const ReadPlan& plan, const std::string& imgName, int* bits, int count,
+                 DebugSink& sink, Decision& out);
+
     std::unique_ptr<SystemPara> record;  // given at construction; copied into para per run
 };
 

@@ -121,15 +121,16 @@ bool covered(const std::vector<Decision>& codes, const std::vector<cv::Point2f>&
 
 // The configured region of one view per try, as the original driver reads it: the first try
 // that reads wins; when none does, the first try's failure stands.
-Decision readRank(AlgPipeline& engine, Views& views, const ReadRequest& request, int rank) {
+Decision readRank(AlgPipeline& engine, const ReadPlan& plan, Views& views,
+                  const ReadRequest& request, int rank) {
     Decision first;
     for (size_t k = 0; k < views.size(); ++k) {
         const FrameView& view = views.at(k);
-        Decision d = view.status < 0
-                         ? refused(view.status, view)
-                         : engine.decide(view, stages::region(view.pre, view.clusters, rank),
-                                         request.imgName, request.keepUpright, request.bits,
-                                         request.count, request.start0);
+        Decision d =
+            view.status < 0
+                ? refused(view.status, view)
+                : engine.decide(view, stages::region(view.pre, view.clusters, rank), plan,
+                                request.imgName, request.keepUpright, request.bits, request.count);
         noteTry(d, views, k);
         if (d.status() == 0) return d;
         if (k == 0) first = std::move(d);
@@ -138,10 +139,11 @@ Decision readRank(AlgPipeline& engine, Views& views, const ReadRequest& request,
     return first;
 }
 
-Detection detectLegacy(AlgPipeline& engine, Views& views, const ReadRequest& request) {
+Detection detectLegacy(AlgPipeline& engine, const ReadPlan& plan, Views& views,
+                       const ReadRequest& request) {
     Detection out;
     if (!request.every) {
-        Decision d = readRank(engine, views, request, 0);
+        Decision d = readRank(engine, plan, views, request, 0);
         if (d.status() == 0)
             out.codes.push_back(std::move(d));
         else
@@ -150,7 +152,7 @@ Detection detectLegacy(AlgPipeline& engine, Views& views, const ReadRequest& req
     }
     for (int rank = 0, clusters = 1; rank < clusters; ++rank) {
         if (request.maxCodes > 0 && static_cast<int>(out.codes.size()) >= request.maxCodes) break;
-        Decision d = readRank(engine, views, request, rank);
+        Decision d = readRank(engine, plan, views, request, rank);
         clusters = std::min(d.result.evidence.clusters, kMaxRanks);
         if (d.status() != 0) {
             if (rank == 0) out.failure = std::move(d);
@@ -212,8 +214,8 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
             }
             if (covered(out.codes, dots, view)) continue;
             ++out.decisions;
-            Decision d = engine.decide(view, std::move(reg), request.imgName, request.keepUpright,
-                                       request.bits, request.count, request.start0);
+            Decision d = engine.decide(view, std::move(reg), plan, request.imgName,
+                                       request.keepUpright, request.bits, request.count);
             noteTry(d, views, k);
             if (d.status() != 0) {
                 // Another ratio helps a lattice whose dots were too small or too large for
@@ -244,6 +246,9 @@ ReadPlan ReadPlan::from(SystemPara& record) {
     if (plan.camera) {
         plan.polarity = record.cam_polarity;
         plan.retryPolarity = record.cam_retryPolarity != 0;
+        plan.padCrop = record.cam_padCrop != 0;
+        plan.refining = plan.guarded && record.cam_refineGrid != 0;
+        plan.frameMargin = record.cam_frameMargin;
         for (float r : record.cam_retryRatios) plan.retryRatios.push_back(r);
         const std::vector<float>& range = record.cam_spacingRange;
         plan.sizeRule = plan.guarded && range.size() == 2 && range[0] > 0.f && range[1] > range[0];
@@ -276,7 +281,7 @@ Detection detect(AlgPipeline& engine, const ReadPlan& plan, const cv::Mat& image
     }
     Views views(engine, plan, image, request);
     Detection out = plan.detection ? detectCandidates(engine, plan, views, request)
-                                   : detectLegacy(engine, views, request);
+                                   : detectLegacy(engine, plan, views, request);
     out.views = views.prepared();
     if (plan.detection) out.failure.result.evidence.tries = views.prepared();
     auto count = [&out](Decision& d) {

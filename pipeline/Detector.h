@@ -25,6 +25,9 @@ struct ReadPlan {
     bool retryPolarity = false;
     double ratio = 0.0;
     std::vector<double> retryRatios;
+    bool padCrop = false;     // crops padded for the upright turn
+    bool refining = false;    // grids fitted to the dots where the upright grid fails
+    float frameMargin = 0.f;  // spacings from the frame's edge a position must keep
     bool sizeRule = false;
     double spacingLo = 0.0, spacingHi = 0.0;
     LatticeLimits lattice;

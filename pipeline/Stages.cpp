@@ -349,7 +349,7 @@ Decoded refine(const cv::Mat& greyUpright, const std::vector<cv::Point2d>& centr
 
 Verified verify(const Decoded& decoded, const Preprocessed& pre, const FrameChain& frames,
                 int downsampled, int regionFrame, int uprightFrame, cv::Size regionSize, float gap,
-                SystemPara* para) {
+                bool camera, float frameMargin, SystemPara* para) {
     Verified out;
     Grid_verification verification(para);
     verification.Initiate();
@@ -364,10 +364,10 @@ Verified verify(const Decoded& decoded, const Preprocessed& pre, const FrameChai
     in.fillThreshold = decoded.fillThreshold;
     in.spacing = gap;
     in.keptSize = regionSize;
-    if (para != nullptr && para->readPara("Camera") >= 0) {
+    if (camera) {
         const cv::Point2d o = frames.map({0, 0}, downsampled, regionFrame);
         in.frame = cv::Rect2d(o.x, o.y, pre.processed.cols, pre.processed.rows);
-        in.frameMargin = para->cam_frameMargin;
+        in.frameMargin = frameMargin;
     }
     // The turn is affine: three points fix it.
     const cv::Point2d o = frames.map({0, 0}, uprightFrame, regionFrame);

@@ -126,8 +126,9 @@ struct Verified {
 };
 // Frames: the downsampled one (the centroids'), the region crop the upright turn read from, and
 // the upright frame of the grid.
+// camera: positions must keep frameMargin spacings from the camera frame's edge.
 Verified verify(const Decoded& decoded, const Preprocessed& pre, const FrameChain& frames,
                 int downsampled, int regionFrame, int uprightFrame, cv::Size regionSize, float gap,
-                SystemPara* para);
+                bool camera, float frameMargin, SystemPara* para);
 
 }  // namespace stages
