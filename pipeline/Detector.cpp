@@ -190,24 +190,25 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
         const int ranks =
             std::min({std::max(view.clusters.count, 1), kMaxRanks, plan.maxCandidates});
         for (int rank = 0; rank < ranks; ++rank) {
-            stages::Region reg = stages::region(view.pre, view.clusters, rank);
+            // The lattice check sees the cluster's dots before any crop is cut.
+            const int label = stages::rankLabel(view.clusters, rank);
+            if (label == -2) break;
             ++out.candidates;
-            if (reg.status < 0) {
-                Decision d = refused(reg.status, view);
-                noteTry(d, views, k);
-                refuse(std::move(d), false);
-                continue;
-            }
-            const std::vector<cv::Point2f> dots = stages::clusterDots(reg);
+            const std::vector<cv::Point2f> dots = stages::clusterDots(view.clusters, label);
             const LatticeStats lattice = latticeOf(dots);
             if (!lattice.passes(plan.lattice)) {
                 gaps = gaps || lattice.latticeLike(plan.lattice);
                 ++out.rejected;
                 Decision d = refused(QBCODE_NOT_A_LATTICE, view);
-                d.region = reg.rect;
-                d.regionFound = true;
-                d.result.evidence.clusters = reg.clusters;
-                d.result.evidence.regionDots = reg.dots;
+                d.result.evidence.clusters = view.clusters.count;
+                d.result.evidence.regionDots = static_cast<int>(dots.size());
+                noteTry(d, views, k);
+                refuse(std::move(d), false);
+                continue;
+            }
+            stages::Region reg = stages::region(view.pre, view.clusters, rank);
+            if (reg.status < 0) {
+                Decision d = refused(reg.status, view);
                 noteTry(d, views, k);
                 refuse(std::move(d), false);
                 continue;

@@ -202,11 +202,23 @@ Region region(const Preprocessed& pre, float dc, int rank) {
     return region(pre, cluster(pre, dc), rank);
 }
 
-std::vector<cv::Point2f> clusterDots(const Region& region) {
+int rankLabel(const Clusters& clusters, int rank) {
+    if (clusters.count < 1) return rank == 0 ? -1 : -2;
+    std::vector<std::pair<int, int>> sizes;  // (-count, label): largest first, then by label
+    std::vector<int> counts(clusters.count, 0);
+    for (int l : clusters.labels)
+        if (l >= 0 && l < clusters.count) ++counts[l];
+    for (int l = 0; l < clusters.count; ++l) sizes.emplace_back(-counts[l], l);
+    std::sort(sizes.begin(), sizes.end());
+    if (rank >= static_cast<int>(sizes.size()) || (rank > 0 && -sizes[rank].first < 8)) return -2;
+    return sizes[rank].second;
+}
+
+std::vector<cv::Point2f> clusterDots(const Clusters& clusters, int label) {
     std::vector<cv::Point2f> dots;
-    for (size_t i = 0; i < region.labels.size() && 2 * i + 1 < region.coords.size(); ++i)
-        if (region.label < 0 || region.labels[i] == region.label)
-            dots.emplace_back(region.coords[2 * i], region.coords[2 * i + 1]);
+    for (size_t i = 0; i < clusters.labels.size() && 2 * i + 1 < clusters.coords.size(); ++i)
+        if (label == -1 || clusters.labels[i] == label)
+            dots.emplace_back(clusters.coords[2 * i], clusters.coords[2 * i + 1]);
     return dots;
 }
 

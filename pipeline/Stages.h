@@ -64,8 +64,11 @@ struct Region {
 // rank 0 takes the largest cluster; rank k the (k+1)-th largest, for reading every code.
 Region region(const Preprocessed& pre, const Clusters& clusters, int rank = 0);
 Region region(const Preprocessed& pre, float dc, int rank = 0);
-// The centroids of the region's cluster (every centroid when it has no label).
-std::vector<cv::Point2f> clusterDots(const Region& region);
+// The cluster a rank cuts, without cutting it: -1 for every centroid (no clusters were found),
+// -2 for none (no such rank, or fewer than eight dots beyond rank 0).
+int rankLabel(const Clusters& clusters, int rank);
+// The centroids of a label (every centroid for -1).
+std::vector<cv::Point2f> clusterDots(const Clusters& clusters, int label);
 
 struct Angle {
     int status = 0;

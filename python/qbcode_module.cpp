@@ -74,10 +74,13 @@ py::dict checksOf(const qbcode::Result& r) {
     return d;
 }
 
-// How the read was made: the tries, their ratio and polarity, and whether the grid was refitted.
+// How the read was made: the views tried, the clusters looked at and decided, the ratio and
+// polarity, and whether the grid was refitted.
 py::dict howOf(const qbcode::Result& r) {
     py::dict d;
     d["tries"] = r.evidence.tries;
+    d["candidates"] = r.evidence.candidates;
+    d["decisions"] = r.evidence.decisions;
     d["ratio"] = r.evidence.ratio;
     d["dark_dots"] = r.evidence.darkDots;
     d["refined"] = r.evidence.refined;

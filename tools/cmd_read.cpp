@@ -180,7 +180,8 @@ void printCodeJson(const qbcode::Result& q, bool timed, const double* ms) {
               << ", \"correlation\": " << q.evidence.correlation
               << ", \"marker_ratio\": " << q.evidence.markerRatio << "}";
     std::cout << ", \"how\": {\"tries\": " << q.evidence.tries
-              << ", \"ratio\": " << q.evidence.ratio
+              << ", \"candidates\": " << q.evidence.candidates
+              << ", \"decisions\": " << q.evidence.decisions << ", \"ratio\": " << q.evidence.ratio
               << ", \"dark_dots\": " << (q.evidence.darkDots ? "true" : "false")
               << ", \"refined\": " << (q.evidence.refined ? "true" : "false") << "}";
     if (ms != nullptr) std::cout << ", \"ms\": " << *ms;
@@ -276,6 +277,7 @@ int cmdRead(int argc, char** argv) {
     // Unreadable files are reported per image below; OpenCV's own warning would repeat it.
     cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_ERROR);
     bool allRead = true;
+    qbcode::Reader reader(options);
     if (json) std::cout << "[" << std::endl;
     for (size_t k = 0; k < images.size(); ++k) {
         Result r;
@@ -286,9 +288,9 @@ int cmdRead(int argc, char** argv) {
             const auto t0 = std::chrono::steady_clock::now();
             const qbcode::ImageView view(img.data, img.rows, img.cols, img.step);
             if (all)
-                r.reads = qbcode::readAll(view, options, most);
+                r.reads = reader.readAll(view, most);
             else
-                r.reads.push_back(qbcode::read(view, options));
+                r.reads.push_back(reader.read(view));
             r.ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0)
                        .count();
         }
