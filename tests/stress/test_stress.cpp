@@ -1,4 +1,5 @@
-// Many threads and many calls: the same results as one thread, no leak, flat memory.
+// Many threads and many calls: the same results as one thread at any OpenCV thread count, no
+// leak, flat memory.
 #include <unistd.h>
 
 #include <atomic>
@@ -118,3 +119,110 @@ TEST(Stress, ThousandMixedCallsKeepMemoryFlat) {
     (void)warm;
 #endif
 }
+
+namespace {
+
+// Frames that go past the first try: blur, noise, steep tilt, uneven light, dark dots, codes cut
+// by the frame and frames without a code, so that the retry, size-rule and refinement paths run.
+std::vector<cv::Mat> hardFrames(int count) {
+    std::vector<cv::Mat> out;
+    cv::RNG rng(20261124);
+    for (int i = 0; i < count; ++i) {
+        qbrender::CodeStyle style;
+        style.size = cv::Size(480, 360);
+        style.spacing = rng.uniform(12.0, 22.0);
+        style.dotDiameter = style.spacing * rng.uniform(0.45, 0.75);
+        style.rotationDeg = rng.uniform(0.0, 360.0);
+        style.centre = cv::Point2d(240 + rng.uniform(-60.0, 60.0), 180 + rng.uniform(-40.0, 40.0));
+        if (i % 6 == 5) style.centre.x = 30;  // cut by the frame
+        qbrender::CameraOptions cam;
+        cam.blurSigma = rng.uniform(0.5, 2.6);
+        cam.noiseSigma = rng.uniform(2.0, 16.0);
+        cam.tiltDeg = rng.uniform(0.0, 35.0);
+        cam.tiltAxisDeg = rng.uniform(0.0, 180.0);
+        cam.lightingGradient = rng.uniform(0.0, 0.5);
+        cam.textureAmplitude = rng.uniform(0.0, 25.0);
+        cam.seed = static_cast<uint64_t>(i) + 1;
+        cv::Mat f = qbrender::renderCamera(qbrender::randomBits(500 + i), style, cam);
+        if (i % 4 == 3) f = 255 - f;
+        if (i % 8 == 7) f = qbrender::noiseFrame(style.size, 2.0 + i % 5, i);
+        out.push_back(f);
+    }
+    return out;
+}
+
+std::string line(int status, const std::vector<int>& bits, const int* box) {
+    std::ostringstream out;
+    out << status << ' ';
+    for (int b : bits) out << b;
+    out << ' ' << box[0] << ' ' << box[1] << ' ' << box[2] << ' ' << box[3];
+    return out.str();
+}
+
+// The same frame through the C call, a one-off read and a reader kept by the caller.
+std::string readThrice(const cv::Mat& f, qbcode::Reader& reader, const std::string& params) {
+    std::vector<int> bits(91, 0);
+    int box[4] = {0, 0, 0, 0};
+    const int s = quelbor_hexagon_recognition(f.data, f.rows, f.cols, 0, params.c_str(),
+                                              bits.data(), 91, box, 4);
+    const qbcode::ImageView view(f.data, f.rows, f.cols);
+    const qbcode::Result once = qbcode::read(view, reader.options());
+    const qbcode::Result kept = reader.read(view);
+    return line(s, bits, box) + " | " + line(once.status, once.bits, once.box.data()) + " | " +
+           line(kept.status, kept.bits, kept.box.data());
+}
+
+// The shipped file, and the same without its "Detection" section: every try in turn, the
+// polarity retry after every failure.
+std::string paramsNamed(const std::string& name) {
+    if (name == "shipped") return QBCODE_DEFAULT_PARAMS;
+    const std::string text = defaultParams();
+    return writeFile("every_try.yml", text.substr(0, text.find("\nDetection:") + 1));
+}
+
+class Determinism : public ::testing::TestWithParam<std::string> {};
+
+}  // namespace
+
+// A result must not depend on OpenCV's thread count, on other reads running at the same time or
+// on the order threads run in. QBCODE_DETERMINISM_FRAMES sets a longer run.
+TEST_P(Determinism, HardFramesReadAlikeAtAnyThreadCountAndConcurrency) {
+    const char* env = std::getenv("QBCODE_DETERMINISM_FRAMES");
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+    const int standard = 8;  // the sanitizers' interest is the races, not the frames
+#else
+    const int standard = 24;
+#endif
+    const std::vector<cv::Mat> frames = hardFrames(env ? std::atoi(env) : standard);
+    const std::string params = paramsNamed(GetParam());
+    const qbcode::ReaderOptions options = qbcode::ReaderOptions::fromFile(params);
+    const int saved = cv::getNumThreads();
+    std::vector<std::string> expected;
+    cv::setNumThreads(1);
+    {
+        qbcode::Reader reader(options);
+        for (const cv::Mat& f : frames) expected.push_back(readThrice(f, reader, params));
+    }
+    int read = 0;
+    for (const std::string& e : expected) read += e.rfind("0 ", 0) == 0;
+    EXPECT_GE(read, static_cast<int>(frames.size()) / 3);
+    for (int cvThreads : {1, 2, 8}) {
+        cv::setNumThreads(cvThreads);
+        std::atomic<int> differ{0};
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 8; ++t)
+            threads.emplace_back([&, t] {
+                qbcode::Reader reader(options);
+                for (size_t k = 0; k < frames.size(); ++k) {
+                    const size_t i = (k * 5 + static_cast<size_t>(t) * 3) % frames.size();
+                    if (readThrice(frames[i], reader, params) != expected[i]) ++differ;
+                }
+            });
+        for (std::thread& th : threads) th.join();
+        EXPECT_EQ(differ.load(), 0) << "OpenCV threads: " << cvThreads;
+    }
+    cv::setNumThreads(saved);
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, Determinism, ::testing::Values("shipped", "every_try"),
+                         [](const ::testing::TestParamInfo<std::string>& i) { return i.param; });
