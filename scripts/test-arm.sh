@@ -52,8 +52,14 @@ sysroot() {
   [ -f "$dir/.qbcode-sysroot" ] && [ "$(cat "$dir/.qbcode-sysroot")" = "$key" ] && return 0
   rm -rf "$dir" "$dir.new"
   mkdir -p "$(dirname "$dir")"
-  local sources=() s
-  for s in "${SUITES[@]}"; do sources+=("deb http://deb.debian.org/debian $s main"); done
+  local sources=() s uri
+  # The machine's own apt sources, so that a local mirror or proxy serves the sysroot too.
+  for s in "${SUITES[@]}"; do
+    uri=$(apt-get indextargets --format '$(REPO_URI) $(RELEASE) $(COMPONENT)' 2>/dev/null |
+      awk -v s="$s" '$2 == s && $3 == "main" { print $1; exit }')
+    [ -n "$uri" ] || { echo "no apt source for Debian $s main on this machine" >&2; return 1; }
+    sources+=("deb ${uri%/} $s main")
+  done
   attempt() {
     rm -rf "$dir.new"
     $SUDO mmdebstrap --quiet --variant=extract --architectures="$debarch" \
