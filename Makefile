@@ -118,7 +118,7 @@ accuracy: build photos
 # on one core (e.g. make fuzz FUZZ_TARGETS=params FUZZ_SECONDS=1800). Each starts from its seeds
 # in fuzz/seeds; a fault's input lands in build-fuzz/artifacts, to be kept in fuzz/regressions.
 FUZZ_SECONDS ?= 60
-FUZZ_TARGETS ?= recognition params grade
+FUZZ_TARGETS ?= recognition params grade reader
 fuzz: deps
 	@command -v clang++ >/dev/null || $(SUDO) apt-get install -y -qq clang
 	CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \

@@ -22,18 +22,24 @@ inline Image fromBytes(const uint8_t* data, size_t size) {
     Image out;
     if (size < 9) return out;
     if ((data[0] & 1) == 0) {
+        // A code the reader can read: 45 to 85 % of its positions printed, either polarity,
+        // small enough a frame for fifty runs a second.
         qbrender::CodeStyle style;
-        style.size = cv::Size(400, 360);
-        style.spacing = 10.0 + data[3] % 24;
+        style.size = cv::Size(320, 240);
+        style.spacing = 8.0 + data[3] % 14;
         style.dotDiameter = style.spacing * (0.3 + (data[4] % 8) * 0.06);
         style.rotationDeg = data[5] * (360.0 / 256.0);
-        style.centre =
-            cv::Point2d(200 + static_cast<int8_t>(data[6]), 180 + static_cast<int8_t>(data[7]));
+        style.centre = cv::Point2d(160 + static_cast<int8_t>(data[6]) / 2,
+                                   120 + static_cast<int8_t>(data[7]) / 2);
         qbrender::CameraOptions cam;
         cam.blurSigma = (data[8] % 4) * 0.5;
         cam.noiseSigma = (data[8] >> 2) % 16;
-        const uint64_t payload = (static_cast<uint64_t>(data[1]) << 8) | data[2];
-        out.pixels = qbrender::renderCamera(qbrender::payloadBits(payload), style, cam);
+        cam.tiltDeg = (data[8] & 0x80) ? 25.0 : 0.0;
+        cam.tiltAxisDeg = data[5];
+        const uint64_t seed = (static_cast<uint64_t>(data[1]) << 8) | data[2];
+        const double density = 0.45 + 0.4 * (data[4] >> 3) / 31.0;
+        out.pixels = qbrender::renderCamera(qbrender::randomBits(seed, density), style, cam);
+        if (data[8] & 0x40) out.pixels = 255 - out.pixels;
         // The rest paints rectangles over the code: x, y, size, grey.
         for (size_t i = 9; i + 3 < size; i += 4) {
             const cv::Rect r(data[i] * out.pixels.cols / 256, data[i + 1] * out.pixels.rows / 256,

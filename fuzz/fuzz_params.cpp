@@ -1,6 +1,6 @@
 // Fuzz target: the input is the parameter file itself, mutated in structure and values (run
-// with fuzz/params.dict and the seeds in fuzz/seeds/params), read through both C calls on a
-// code image.
+// with fuzz/params.dict and the seeds in fuzz/seeds/params), read through both C calls and a
+// reader handle made from the text in memory, on a frame the shipped file reads.
 // It lives in an anonymous memory file: nothing is left on disk.
 #include <sys/mman.h>
 #include <unistd.h>
@@ -21,8 +21,11 @@ const cv::Mat& codeImage() {
     static const cv::Mat img = [] {
         qbrender::CodeStyle style;
         style.rotationDeg = 17.0;
-        return qbrender::renderCamera(qbrender::payloadBits(0x5eedULL), style,
-                                      qbrender::CameraOptions{});
+        style.size = cv::Size(320, 240);
+        style.spacing = 16.0;
+        style.dotDiameter = 9.0;
+        return qbrender::renderCamera(qbrender::randomBits(0x5eedULL), style,
+                                      qbrender::typicalCamera(3));
     }();
     return img;
 }
@@ -59,6 +62,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                                     box, 4);
         qbcode_result full;
         qbcode_read(img.data, img.rows, img.cols, 0, path.c_str(), &full);
+        qbcode_reader* reader = qbcode_reader_new_from_yaml(text.c_str());
+        qbcode_result all[2];
+        qbcode_reader_read_all(reader, img.data, img.rows, img.cols, 0, all, 2);
+        qbcode_reader_read(reader, img.data, img.rows, img.cols, 0, &full);
+        qbcode_reader_free(reader);
     }
     close(fd);
     return 0;
