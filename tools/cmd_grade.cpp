@@ -10,13 +10,17 @@
 
 #include "cli_input.h"
 #include "commands.h"
+#include "overlay.h"
 #include "qbcode_print_quality.hpp"
 
 namespace {
 
 const char kGradeUsage[] =
-    "usage: qbcode grade IMAGE... [--params FILE] [--json]\n"
+    "usage: qbcode grade IMAGE... [--params FILE] [--json] [--overlay PATH]\n"
     "  IMAGE           an image file; - reads one from standard input\n"
+    "  --overlay PATH  write the image with each dot's grade drawn in: found dots ringed from\n"
+    "                  red to green by roundness and centring, merged dots magenta, missing\n"
+    "                  dots crossed (with several images, PATH gets the image's index)\n"
     "  --params FILE   parameter file (default: ./algorithm_parameters_v01.yml if present,\n"
     "                  else the installed one)\n"
     "exit status: 0 when every image was graded, 1 when one was not, 2 for bad arguments\n";
@@ -120,7 +124,7 @@ void printText(const std::string& image, const qbcode::GradeResult& g) {
 
 int cmdGrade(int argc, char** argv) {
     std::vector<std::string> images;
-    std::string params;
+    std::string params, overlay;
     bool json = false;
     for (int i = 2; i < argc; ++i) {
         const std::string a = argv[i];
@@ -129,9 +133,9 @@ int cmdGrade(int argc, char** argv) {
         } else if (a == "-h" || a == "--help") {
             std::cout << kGradeUsage;
             return 0;
-        } else if (a == "--params") {
-            if (++i >= argc) return gradeUsage("--params needs a file");
-            params = argv[i];
+        } else if (a == "--params" || a == "--overlay") {
+            if (++i >= argc) return gradeUsage(a + " needs a path");
+            (a == "--params" ? params : overlay) = argv[i];
         } else if (a.size() > 1 && a[0] == '-') {
             return gradeUsage("unknown option " + a);
         } else {
@@ -146,7 +150,8 @@ int cmdGrade(int argc, char** argv) {
     }
 
     int failures = 0;
-    for (const std::string& path : images) {
+    for (size_t k = 0; k < images.size(); ++k) {
+        const std::string& path = images[k];
         const cv::Mat img = cli::loadGrey(path);
         if (img.empty()) {
             ++failures;
@@ -163,6 +168,17 @@ int cmdGrade(int argc, char** argv) {
         qbcode::GradeResult result;
         qbcode::grade(pixels.data, pixels.rows, pixels.cols, params, result, name);
         if (result.status != 0) ++failures;
+        if (!overlay.empty()) {
+            cv::Mat picture = cli::colourCopy(pixels);
+            const qbcode::Result read =
+                qbcode::read(qbcode::ImageView(pixels.data, pixels.rows, pixels.cols, pixels.step),
+                             params.empty() ? qbcode::ReaderOptions::fromDefaultSearch()
+                                            : qbcode::ReaderOptions::fromFile(params));
+            cli::drawGrade(picture, result, read);
+            const std::string to = cli::indexedPath(overlay, k, images.size());
+            if (!cli::writePicture(to, picture))
+                std::cerr << "qbcode grade: cannot write " << to << std::endl;
+        }
         if (json)
             printJson(path, result);
         else

@@ -1,36 +1,48 @@
 // qbcode read: decodes image files and prints status, bits and box per image.
-#include <algorithm>
 #include <cctype>
-#include <cstdlib>
 #include <chrono>
-#include <cstdint>
-#include <iomanip>
-#include <exception>
+#include <cstdlib>
 #include <iostream>
-#include <sstream>
+#include <map>
+#include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <opencv2/core/utils/logger.hpp>
-#include <opencv2/imgcodecs.hpp>
-#include <opencv2/imgproc.hpp>
 
 #include "cli_input.h"
 #include "commands.h"
+#include "ordered_pool.h"
+#include "overlay.h"
+#include "progress.h"
 #include "qbcode_reader.hpp"
+#include "result_format.h"
 
 namespace readcmd {
 
+using cli::bitString;
+using cli::jsonString;
+using cli::payloadHex;
+using cli::pointJson;
+
 const char kUsage[] =
-    "usage: qbcode read IMAGE... [--params FILE] [--all [N]] [--json] [--debug] [--overlay PATH]\n"
-    "  IMAGE           an image file; - reads one from standard input\n"
+    "usage: qbcode read IMAGE... [--params FILE] [--all [N]] [--json | --csv] [--debug]\n"
+    "                  [--overlay PATH] [--jobs N]\n"
+    "  IMAGE           an image file, a folder (its images), or a quoted pattern such as\n"
+    "                  'shots/*.png'; - reads one from standard input. Videos: qbcode scan\n"
     "  --params FILE   parameter file (default: ./algorithm_parameters_v01.yml if present,\n"
     "                  else the installed one, else the defaults built in)\n"
     "  --all [N]       every code in the image, largest cluster first, at most N (default 16)\n"
-    "  --json          one JSON array with an object per image\n"
+    "  --json          one JSON array with an object per image, one image a line\n"
+    "  --csv           one CSV row per image (with --all per code), with a header row\n"
     "  --debug         also report the stage timings\n"
-    "  --overlay PATH  write the input image with the code's box, centre and corners marked\n"
+    "  --overlay PATH  write the image with each code's fitted grid (positions coloured by how\n"
+    "                  sure the read is of them), centre, orientation and status drawn in\n"
     "                  (with several images, PATH gets the image's index before its extension)\n"
+    "  --jobs N        images read at once (default: the number of cores); results keep the\n"
+    "                  input order. Several images: a progress bar on standard error when it is\n"
+    "                  a terminal, and a summary there at the end\n"
     "exit status: 0 when every image was read (with --all: had a code), 1 when one was not,\n"
     "2 for bad arguments\n";
 
@@ -40,86 +52,6 @@ struct Result {
     std::vector<qbcode::Result> reads;  // one, or with --all every code found
     double ms = 0.0;                    // wall time of the recognition call
 };
-
-// The free positions of a decoded code as hex bytes, first byte first. The last byte of 73 free
-// bits holds one bit; it is printed only when that bit is set, so that the 9 bytes given to
-// render --payload-hex come back as they were written.
-std::string payloadHex(const std::vector<int>& bits) {
-    std::vector<uint8_t> bytes = qbcode::payloadBytes(bits);
-    const size_t free =
-        bits.size() - qbcode::markerOnPositions().size() - qbcode::markerOffPositions().size();
-    if (free % 8 != 0 && !bytes.empty() && bytes.back() == 0) bytes.pop_back();
-    std::ostringstream o;
-    for (uint8_t b : bytes)
-        o << std::hex << std::setw(2) << std::setfill('0') << static_cast<int>(b);
-    return o.str();
-}
-
-std::string bitString(const std::vector<int>& bits) {
-    std::string s;
-    for (int b : bits) s += b ? '1' : '0';
-    return s;
-}
-
-std::string jsonString(const std::string& s) {
-    std::ostringstream o;
-    o << '"';
-    for (unsigned char c : s) {
-        if (c == '"' || c == '\\') {
-            o << '\\' << c;
-        } else if (c < 0x20) {
-            const char hex[] = "0123456789abcdef";
-            o << "\\u00" << hex[c >> 4] << hex[c & 15];
-        } else {
-            o << c;
-        }
-    }
-    o << '"';
-    return o.str();
-}
-
-std::string pointJson(const qbcode::Point& p) {
-    std::ostringstream o;
-    o << "[" << p.x << ", " << p.y << "]";
-    return o.str();
-}
-
-// The input in colour with the box, the centre and the corner dots of each read code.
-bool writeOverlay(const std::string& path, const cv::Mat& grey,
-                  const std::vector<qbcode::Result>& reads) {
-    cv::Mat out;
-    cv::cvtColor(grey, out, cv::COLOR_GRAY2BGR);
-    for (const qbcode::Result& q : reads) {
-        if (!q.valid()) continue;
-        cv::rectangle(out, cv::Rect(q.box[0], q.box[1], q.box[2], q.box[3]),
-                      cv::Scalar(0, 200, 255), 1);
-        const int shift = 4;  // sub-pixel drawing
-        auto at = [](const qbcode::Point& p) {
-            return cv::Point(cvRound(p.x * 16), cvRound(p.y * 16));
-        };
-        const int r = std::max(3, cvRound(q.spacing / 4)) * 16;
-        cv::circle(out, at(q.centre), r, cv::Scalar(0, 0, 255), 2, cv::LINE_AA, shift);
-        for (size_t j = 0; j < q.corners.size(); ++j) {
-            cv::circle(out, at(q.corners[j]), r, cv::Scalar(0, 255, 0), 2, cv::LINE_AA, shift);
-            cv::line(out, at(q.corners[j]), at(q.corners[(j + 1) % q.corners.size()]),
-                     cv::Scalar(0, 160, 0), 1, cv::LINE_AA, shift);
-        }
-    }
-    try {
-        return cv::imwrite(path, out);
-    } catch (const cv::Exception&) {
-        return false;
-    }
-}
-
-std::string indexedPath(const std::string& path, size_t index, size_t count) {
-    if (count <= 1) return path;
-    const size_t dot = path.rfind('.');
-    const size_t slash = path.rfind('/');
-    const size_t at =
-        dot == std::string::npos || (slash != std::string::npos && dot < slash) ? path.size() : dot;
-    return path.substr(0, at) + "_" + std::to_string(index) + path.substr(at);
-}
 
 // One code's lines; the call's time, when given, before the stage timings.
 void printCode(const std::string& label, const qbcode::Result& q, bool timed, const double* ms) {
@@ -214,6 +146,66 @@ void printJson(const Result& r, bool all, bool timed, bool last) {
     std::cout << "}" << (last ? "" : ",") << std::endl;
 }
 
+const char kCsvHeader[] =
+    "image,index,status,name,payload,bits,x,y,width,height,centre_x,centre_y,angle,orientation,"
+    "spacing,margin,ms";
+
+void printCsvRow(const std::string& image, int index, const qbcode::Result* q, const char* name,
+                 double ms) {
+    std::cout << cli::csvCell(image) << ',';
+    if (index >= 0) std::cout << index;
+    std::cout << ',';
+    if (q == nullptr) {
+        std::cout << ',' << name << ",,,,,,,,,,,," << ms << std::endl;
+        return;
+    }
+    std::cout << q->status << ',' << q->statusName() << ',';
+    if (q->valid())
+        std::cout << payloadHex(q->bits) << ',' << bitString(q->bits) << ',' << q->box[0] << ','
+                  << q->box[1] << ',' << q->box[2] << ',' << q->box[3] << ',' << q->centre.x << ','
+                  << q->centre.y << ',' << q->angle << ',' << q->orientation << ',' << q->spacing
+                  << ',' << q->margin;
+    else
+        std::cout << ",,,,,,,,,,,";
+    std::cout << ',' << ms << std::endl;
+}
+
+void printCsv(const Result& r, bool all) {
+    if (!r.loaded) return printCsvRow(r.image, -1, nullptr, "cannot-read-image", 0.0);
+    if (all && r.reads.empty()) return printCsvRow(r.image, -1, nullptr, "no-code", r.ms);
+    for (size_t k = 0; k < r.reads.size(); ++k)
+        printCsvRow(r.image, static_cast<int>(k), &r.reads[k], nullptr, r.ms);
+}
+
+// What a batch came to, on standard error: read, refused by status, failed to open.
+struct Tally {
+    size_t read = 0, unopened = 0;
+    std::map<int, size_t> refused;  // status of the first read -> images
+
+    void add(const Result& r) {
+        if (!r.loaded)
+            ++unopened;
+        else if (!r.reads.empty() && r.reads.front().valid())
+            ++read;
+        else
+            ++refused[r.reads.empty() ? QBCODE_NO_RESULT : r.reads.front().status];
+    }
+    void print(size_t images, double seconds, int jobs) const {
+        size_t refusals = 0;
+        std::string why;
+        for (const auto& [status, n] : refused) {
+            refusals += n;
+            why += (why.empty() ? " (" : ", ") + std::to_string(n) + " " +
+                   qbcode_status_name(status) + " " + std::to_string(status);
+        }
+        if (!why.empty()) why += ")";
+        std::cerr << "qbcode read: " << images << " images: " << read << " read, " << refusals
+                  << " refused" << why << ", " << unopened << " failed to open; "
+                  << (seconds > 0 ? images / seconds : 0.0) << " images/s on " << jobs << " job(s)"
+                  << std::endl;
+    }
+};
+
 int usageError(const std::string& message) {
     if (!message.empty()) std::cerr << "qbcode read: " << message << std::endl;
     std::cerr << kUsage;
@@ -224,10 +216,11 @@ int usageError(const std::string& message) {
 
 int cmdRead(int argc, char** argv) {
     using namespace readcmd;
-    std::vector<std::string> images;
+    std::vector<std::string> args;
     std::string params;
-    bool json = false, debug = false, all = false;
+    bool json = false, csv = false, debug = false, all = false;
     int most = 16;
+    int jobs = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
     std::string overlay;
     for (int i = 2; i < argc; ++i) {
         const std::string a = argv[i];
@@ -243,8 +236,13 @@ int cmdRead(int argc, char** argv) {
                 most = std::atoi(argv[++i]);
                 if (most < 1 || most > 1000) return usageError("--all takes 1 to 1000 codes");
             }
+        } else if (a == "--jobs") {
+            jobs = i + 1 < argc ? std::atoi(argv[++i]) : 0;
+            if (jobs < 1 || jobs > 256) return usageError("--jobs takes 1 to 256");
         } else if (a == "--json") {
             json = true;
+        } else if (a == "--csv") {
+            csv = true;
         } else if (a == "--debug") {
             debug = true;
         } else if (a == "-h" || a == "--help") {
@@ -253,58 +251,77 @@ int cmdRead(int argc, char** argv) {
         } else if (a.size() > 1 && a[0] == '-') {
             return usageError("unknown option " + a);
         } else {
-            images.push_back(a);
+            args.push_back(a);
         }
     }
-    if (images.empty()) return usageError("no image given");
-    if (params.empty()) {
-        params = qbcode::defaultParamsPath();
-        if (params.empty()) params = "the built-in defaults";
-    } else if (!cli::readableFile(params)) {
-        std::cerr << "qbcode read: cannot read parameter file " << params << std::endl;
-        return 2;
-    }
-
-    const qbcode::ReaderOptions options = cli::readableFile(params)
-                                              ? qbcode::ReaderOptions::fromFile(params)
-                                              : qbcode::ReaderOptions();
-    if (options.layers() > 1000) {
-        std::cerr << "qbcode read: layer " << options.layers() << " in " << params
-                  << " is out of range" << std::endl;
-        return 2;
+    if (args.empty()) return usageError("no image given");
+    if (json && csv) return usageError("--json or --csv, not both");
+    qbcode::ReaderOptions options;
+    if (!cli::readerOptions("read", params, options)) return 2;
+    const std::vector<std::string> images = cli::expandInputs(args);
+    if (images.empty()) {
+        std::cerr << "qbcode read: no images in the folders given" << std::endl;
+        return 1;
     }
 
     // Unreadable files are reported per image below; OpenCV's own warning would repeat it.
     cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_ERROR);
-    bool allRead = true;
-    qbcode::Reader reader(options);
-    if (json) std::cout << "[" << std::endl;
-    for (size_t k = 0; k < images.size(); ++k) {
+    // Images are the unit of work: OpenCV's own threads would only compete with the workers.
+    const int cvThreads = cv::getNumThreads();
+    jobs = std::min<int>(jobs, static_cast<int>(images.size()));
+    if (jobs > 1) cv::setNumThreads(1);
+    std::vector<std::unique_ptr<qbcode::Reader>> readers;
+    for (int j = 0; j < jobs; ++j) readers.push_back(std::make_unique<qbcode::Reader>(options));
+
+    const std::function<Result(size_t, int)> work = [&](size_t k, int worker) {
         Result r;
         r.image = images[k];
         const cv::Mat img = cli::loadGrey(r.image);
         r.loaded = !img.empty();
-        if (r.loaded) {
-            const auto t0 = std::chrono::steady_clock::now();
-            const qbcode::ImageView view(img.data, img.rows, img.cols, img.step);
-            if (all)
-                r.reads = reader.readAll(view, most);
-            else
-                r.reads.push_back(reader.read(view));
-            r.ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0)
-                       .count();
-        }
-        if (r.loaded && !overlay.empty()) {
-            const std::string path = indexedPath(overlay, k, images.size());
-            if (!writeOverlay(path, img, r.reads))
+        if (!r.loaded) return r;
+        const auto t0 = std::chrono::steady_clock::now();
+        const qbcode::ImageView view(img.data, img.rows, img.cols, img.step);
+        qbcode::Reader& reader = *readers[static_cast<size_t>(worker)];
+        if (all)
+            r.reads = reader.readAll(view, most);
+        else
+            r.reads.push_back(reader.read(view));
+        r.ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0)
+                   .count();
+        if (!overlay.empty()) {
+            cv::Mat picture = cli::colourCopy(img);
+            cli::drawReads(picture, r.reads);
+            const std::string path = cli::indexedPath(overlay, k, images.size());
+            if (!cli::writePicture(path, picture))
                 std::cerr << "qbcode read: cannot write " << path << std::endl;
         }
-        allRead = allRead && r.loaded && !r.reads.empty() && r.reads.front().valid();
+        return r;
+    };
+
+    const bool batch = images.size() > 1;
+    cli::Progress progress(images.size(), batch && cli::stderrIsTerminal(), std::cerr);
+    Tally tally;
+    const auto t0 = std::chrono::steady_clock::now();
+    if (json) std::cout << "[" << std::endl;
+    if (csv) std::cout << kCsvHeader << std::endl;
+    const std::function<void(size_t, Result&)> emit = [&](size_t k, Result& r) {
+        progress.clear();
         if (json)
             printJson(r, all, debug, k + 1 == images.size());
+        else if (csv)
+            printCsv(r, all);
         else
             printText(r, all, debug);
-    }
+        tally.add(r);
+        progress.update(k + 1);
+    };
+    cli::orderedPool(images.size(), jobs, work, emit);
     if (json) std::cout << "]" << std::endl;
-    return allRead ? 0 : 1;
+    progress.clear();
+    if (jobs > 1) cv::setNumThreads(cvThreads);
+    if (batch)
+        tally.print(images.size(),
+                    std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count(),
+                    jobs);
+    return tally.read == images.size() ? 0 : 1;
 }

@@ -4,3 +4,4 @@
 int cmdRead(int argc, char** argv);
 int cmdRender(int argc, char** argv);
 int cmdGrade(int argc, char** argv);
+int cmdScan(int argc, char** argv);

@@ -12,9 +12,11 @@ namespace {
 
 const char kUsage[] =
     "usage: qbcode COMMAND [ARGS]\n"
-    "       qbcode read IMAGE... [--params FILE] [--json] [--debug] [--overlay PATH]\n"
+    "       qbcode read IMAGE|FOLDER... [--params FILE] [--json|--csv] [--jobs N] [--overlay "
+    "PATH]\n"
+    "       qbcode scan VIDEO|/dev/videoN|INDEX [--json] [--every-frame] [--overlay OUT.avi]\n"
     "       qbcode render (--bits B | --payload N | --payload-hex H) [options] -o OUT\n"
-    "       qbcode grade IMAGE... [--params FILE] [--json]\n"
+    "       qbcode grade IMAGE... [--params FILE] [--json] [--overlay PATH]\n"
     "       qbcode dots RINGS       positions of a code with RINGS rings\n"
     "       qbcode version          (also --version)\n"
     "       qbcode help [COMMAND]   (also -h, --help; COMMAND --help)\n"
@@ -42,6 +44,7 @@ int dispatch(const std::string& cmd, int argc, char** argv) {
     if (cmd == "read") return cmdRead(argc, argv);
     if (cmd == "render") return cmdRender(argc, argv);
     if (cmd == "grade") return cmdGrade(argc, argv);
+    if (cmd == "scan") return cmdScan(argc, argv);
     if (cmd == "dots") return cmdDots(argc, argv);
     return usageError("unknown command " + cmd);
 }
