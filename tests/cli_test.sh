@@ -23,7 +23,7 @@ empty() {
 }
 
 for args in "--help" "-h" "help" "help read" "read --help" "render --help" "grade --help" \
-            "dots --help"; do
+            "dots --help" "scan --help"; do
   check "$args" 0 $qbcode $args
   expect "$args" out "usage: qbcode"
   empty "$args" err
@@ -32,7 +32,8 @@ check version 0 $qbcode --version
 [ "$(cat out)" = "Quelbor Recognition Algorithm 0.3.10" ] || { echo "FAIL --version: $(cat out)"; failures=$((failures + 1)); }
 
 for args in "" "frobnicate" "dots" "dots x" "read" "read --fast x.png" "render" "grade" \
-            "grade --fast x.png" "render --payload 1 -o"; do
+            "grade --fast x.png" "render --payload 1 -o" "scan" "scan a.avi b.avi" \
+            "scan a.avi --frames x" "read --jobs 0 x.png" "read --json --csv x.png"; do
   check "usage: '$args'" 2 $qbcode $args
   expect "usage: '$args'" err "usage: qbcode"
   empty "usage: '$args'" out
@@ -49,6 +50,19 @@ expect "read stdin" out "^-: 0 ok"
 expect "read stdin" out "payload: $payload\$"
 check "read empty stdin" 1 sh -c "$qbcode read - < /dev/null"
 expect "read empty stdin" out "cannot read image"
+# A batch: a folder and a pattern, CSV in input order; the summary goes to standard error.
+mkdir shots && cp code.png shots/a.png && cp code.png shots/b.png && echo junk > shots/c.png
+check "batch" 1 $qbcode read shots 'shots/*.png' --csv --jobs 2
+[ "$(grep -c "^shots/.*,0,ok,$payload," out)" -eq 4 ] || { echo "FAIL batch rows"; cat out; failures=$((failures + 1)); }
+expect "batch" err "6 images: 4 read, 0 refused, 2 failed to open"
+check "grade overlay" 0 $qbcode grade code.png --overlay graded.png
+[ -s graded.png ] || { echo "FAIL grade overlay not written"; failures=$((failures + 1)); }
+# Streams: a camera that is not there, a file that is not a video.
+check "no camera" 3 $qbcode scan /dev/video97
+expect "no camera" err "no such device /dev/video97"
+check "not a video" 3 $qbcode scan code.png.txt
+expect "not a video" err "no such file"
+
 # A small number sets a few low bits only: too few dots for a code, and render says so.
 check "sparse" 0 $qbcode render --payload 123456789 -o sparse.png
 expect "sparse" err "dots"

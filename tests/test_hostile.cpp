@@ -401,3 +401,59 @@ TEST(HostileHost, ReadCommandRefusesAFifo) {
     ASSERT_TRUE(cv::imwrite(image, codeFrame()));
     EXPECT_EQ(runCommand(cmdRead, {"qbcode", "read", image, "--params", fifo()}).status, 2);
 }
+
+// ---- Streams ---------------------------------------------------------------------------------
+
+#include <opencv2/videoio.hpp>
+
+namespace {
+
+struct StreamCase {
+    const char* name;
+    std::function<std::string()> source;  // writes the file, or names a path
+    int status;
+    std::string message;
+};
+
+// A short clip of the camera frame, cut to `bytes` when given.
+std::string clipFile(const std::string& name, size_t bytes) {
+    const std::string path = tmpPath(name);
+    {
+        cv::VideoWriter out(path, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), 10, {640, 480},
+                            false);
+        for (int f = 0; f < 20; ++f) out.write(codeFrame(17.0 + f));
+    }
+    if (bytes > 0) {
+        const std::string whole = readFile(path);
+        writeFile(name, whole.substr(0, std::min(bytes, whole.size() / 2)));
+    }
+    return path;
+}
+
+const StreamCase kStreams[] = {
+    {"truncated_video", [] { return clipFile("hostile_cut.avi", 200000); }, 4,
+     "the file ends after "},
+    {"text_as_video", [] { return writeFile("hostile_text.mp4", "not a video\n"); }, 3,
+     "as a video"},
+    {"missing_device", [] { return std::string("/dev/video97"); }, 3, "no such device"},
+    {"folder_as_video", [] { return tmpPath(""); }, 3, "is a folder"},
+};
+
+}  // namespace
+
+class HostileStream : public ::testing::TestWithParam<StreamCase> {};
+
+TEST_P(HostileStream, EndsWithItsMessageAndStatus) {
+    const StreamCase& c = GetParam();
+    const auto t0 = std::chrono::steady_clock::now();
+    const Command o = runCommand(cmdScan, {"qbcode", "scan", c.source()});
+    EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count(),
+              kCaseSeconds);
+    EXPECT_EQ(o.status, c.status) << o.out << o.err;
+    EXPECT_NE(o.err.find(c.message), std::string::npos) << o.err;
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, HostileStream, ::testing::ValuesIn(kStreams),
+                         [](const ::testing::TestParamInfo<StreamCase>& i) {
+                             return i.param.name;
+                         });
