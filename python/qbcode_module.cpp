@@ -193,27 +193,38 @@ PYBIND11_MODULE(qbcode, m) {
 
     py::class_<qbcode::Result>(m, "Result", "What one read found")
         .def_readonly("status", &qbcode::Result::status, "0, or a negative status code")
-        .def_property_readonly("name", &qbcode::Result::statusName)
-        .def_property_readonly("valid", &qbcode::Result::valid)
+        .def_property_readonly("name", &qbcode::Result::statusName,
+                               "the status as a word, e.g. \"ok\" or \"no-angle\"")
+        .def_property_readonly("valid", &qbcode::Result::valid, "True when the code was read")
         .def_readonly("bits", &qbcode::Result::bits, "centre, then ring by ring")
         .def_property_readonly("payload", &payloadOf, "free positions as bytes, LSB first")
-        .def_property_readonly("box",
-                               [](const qbcode::Result& r) {
-                                   return py::make_tuple(r.box[0], r.box[1], r.box[2], r.box[3]);
-                               })
-        .def_readonly("orientation", &qbcode::Result::orientation)
-        .def_readonly("angle", &qbcode::Result::angle)
-        .def_readonly("spacing", &qbcode::Result::spacing)
-        .def_property_readonly("centre", [](const qbcode::Result& r) { return point(r.centre); })
-        .def_property_readonly("corners",
-                               [](const qbcode::Result& r) {
-                                   py::list l;
-                                   for (const auto& p : r.corners) l.append(point(p));
-                                   return l;
-                               })
-        .def_readonly("margin", &qbcode::Result::margin)
-        .def_property_readonly("checks", &checksOf)
-        .def_property_readonly("how", &howOf)
+        .def_property_readonly(
+            "box",
+            [](const qbcode::Result& r) {
+                return py::make_tuple(r.box[0], r.box[1], r.box[2], r.box[3]);
+            },
+            "(x, y, width, height) of the code's region in input pixels")
+        .def_readonly("orientation", &qbcode::Result::orientation,
+                      "0..5: the sixth turn of the grid the markers fit; -1 when unread")
+        .def_readonly("angle", &qbcode::Result::angle,
+                      "degrees the image was turned to bring the code upright")
+        .def_readonly("spacing", &qbcode::Result::spacing, "dot spacing in input pixels")
+        .def_property_readonly(
+            "centre", [](const qbcode::Result& r) { return point(r.centre); },
+            "(x, y) of the centre dot in input pixels")
+        .def_property_readonly(
+            "corners",
+            [](const qbcode::Result& r) {
+                py::list l;
+                for (const auto& p : r.corners) l.append(point(p));
+                return l;
+            },
+            "(x, y) of the six corner dots of the outer ring")
+        .def_readonly("margin", &qbcode::Result::margin,
+                      "how far the weakest bit is from its decision, relative to the threshold")
+        .def_property_readonly("checks", &checksOf, "the verification's measurements, as a dict")
+        .def_property_readonly("how", &howOf,
+                               "views tried, candidates looked at and decided, ratio, polarity")
         .def_property_readonly("timings", &timingsOf, "milliseconds")
         .def("__bool__", &qbcode::Result::valid)
         .def("__repr__", [](const qbcode::Result& r) {
@@ -296,5 +307,6 @@ PYBIND11_MODULE(qbcode, m) {
         },
         py::arg("image"), py::arg("params") = py::none(),
         "Print-quality grade of the code in the image, as a dict of scores.");
-    m.def("status_name", &qbcode_status_name, py::arg("status"));
+    m.def("status_name", &qbcode_status_name, py::arg("status"),
+          "The word for a status code, e.g. status_name(-600) == \"config\".");
 }

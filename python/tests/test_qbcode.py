@@ -109,3 +109,38 @@ def test_reader_handle_reads_many_frames_both_polarities_and_after_a_failure(cod
     assert qbcode.Reader(params="/nonexistent/params.yml").status == -600
     with pytest.raises(ValueError):
         qbcode.Reader(params="a.yml", yaml="b")
+
+
+def test_every_function_and_result_field_is_documented_and_stubbed():
+    stub = open(os.path.join(os.path.dirname(__file__), "..", "qbcode.pyi")).read()
+    for name in ["read", "read_all", "render", "grade", "status_name", "Reader", "Result"]:
+        assert getattr(qbcode, name).__doc__, name
+        assert ("def " + name + "(" in stub) or ("class " + name + ":" in stub), name
+    for cls in (qbcode.Result, qbcode.Reader):
+        for field, value in vars(cls).items():
+            if not field.startswith("_"):
+                assert value.__doc__, cls.__name__ + "." + field
+                assert "def " + field + "(" in stub, cls.__name__ + "." + field
+
+
+def test_reader_handle_reads_a_clip_frame_by_frame(tmp_path):
+    cv2 = pytest.importorskip("cv2")
+    import clip
+    path = str(tmp_path / "clip.avi")
+    clip.write(path)
+    capture, reader, seen = cv2.VideoCapture(path), qbcode.Reader(), {}
+    index = 0
+    while True:
+        ok, frame = capture.read()
+        if not ok:
+            break
+        for r in reader.read_all(frame):
+            seen.setdefault(r.payload, []).append(index)
+        index += 1
+    assert index == 56
+    in_view = {clip.A: {f for f in range(56) if any(c[0] == clip.A for c in clip.codes_in(f, 56))},
+               clip.B: {f for f in range(56) if f >= 28}}
+    assert set(seen) == {clip.A, clip.B}
+    for payload, frames in seen.items():
+        assert set(frames) <= in_view[payload]
+    assert len(seen[clip.A]) >= 30 and len(seen[clip.B]) >= 20
