@@ -4,9 +4,9 @@ ASAN_BUILD ?= build-asan
 TSAN_BUILD ?= build-tsan
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 PACKAGES   := cmake make g++ pkg-config libopencv-dev googletest libgtest-dev libbenchmark-dev \
-              pybind11-dev python3-dev python3-numpy python3-pytest dpkg-dev
+              pybind11-dev python3-dev python3-numpy python3-pytest python3-opencv dpkg-dev
 # Only the benchmark's anchors use these; it builds them when found, nothing else needs them.
-ANCHOR_PACKAGES := libzxing-dev libapriltag-dev
+ANCHOR_PACKAGES := libzxing-dev libapriltag-dev python3-zxing-cpp
 SUDO       := $(shell [ "$$(id -u)" -eq 0 ] || echo sudo)
 DEMO_DIR   := $(BUILD)/demo
 # Photographs for the no-code set: scikit-image's sample images, unpacked from the Debian package
