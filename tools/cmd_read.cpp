@@ -201,8 +201,8 @@ struct Tally {
         if (!why.empty()) why += ")";
         std::cerr << "qbcode read: " << images << " images: " << read << " read, " << refusals
                   << " refused" << why << ", " << unopened << " failed to open; "
-                  << (seconds > 0 ? images / seconds : 0.0) << " images/s on " << jobs << " job(s)"
-                  << std::endl;
+                  << static_cast<long>(seconds > 0 ? images / seconds + 0.5 : 0.0)
+                  << " images/s on " << jobs << " job(s)" << std::endl;
     }
 };
 

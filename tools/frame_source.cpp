@@ -103,12 +103,14 @@ std::unique_ptr<FrameSource> openFrames(const std::string& name, std::string& er
     const auto level = cv::utils::logging::getLogLevel();
     cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
     try {
+        // Only the backends that can serve: trying every one would also probe USB and
+        // FireWire cameras for a file, and leave what they found allocated.
         if (isNumber(name))
-            source->cap.open(std::atoi(name.c_str()), cv::CAP_ANY);
+            source->cap.open(std::atoi(name.c_str()), cv::CAP_V4L2);
         else if (device)
             source->cap.open(name, cv::CAP_V4L2);
         else if (!source->cap.open(name, cv::CAP_FFMPEG))
-            source->cap.open(name, cv::CAP_ANY);
+            source->cap.open(name, cv::CAP_IMAGES);
     } catch (const cv::Exception&) {
     }
     cv::utils::logging::setLogLevel(level);
