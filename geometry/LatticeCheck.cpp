@@ -44,7 +44,9 @@ std::vector<double> nearestDistances(const std::vector<cv::Point2f>& dots) {
     return out;
 }
 
-LatticeStats latticeOf(const std::vector<cv::Point2f>& dots) {
+namespace {
+
+LatticeStats statsOf(const std::vector<cv::Point2f>& dots) {
     LatticeStats out;
     const size_t n = dots.size();
     out.dots = static_cast<int>(n);
@@ -92,4 +94,38 @@ LatticeStats latticeOf(const std::vector<cv::Point2f>& dots) {
     if (out.pairs > 0) out.symmetry = std::sqrt(c * c + s * s) / out.pairs;
     if (steps > 0) out.inversion = static_cast<double>(continued) / steps;
     return out;
+}
+
+// The dots within reach of the dot with the most neighbours at the median spacing: a code among
+// clutter that the clustering joined to it.
+std::vector<cv::Point2f> around(const std::vector<cv::Point2f>& dots, double spacing,
+                                double reach) {
+    const double r2 = 1.69 * spacing * spacing;
+    size_t seed = 0;
+    int most = -1;
+    for (size_t i = 0; i < dots.size(); ++i) {
+        int near = 0;
+        for (const cv::Point2f& q : dots) {
+            const double dx = q.x - dots[i].x, dy = q.y - dots[i].y;
+            near += dx * dx + dy * dy < r2;
+        }
+        if (near > most) {
+            most = near;
+            seed = i;
+        }
+    }
+    std::vector<cv::Point2f> out;
+    for (const cv::Point2f& q : dots)
+        if (std::hypot(q.x - dots[seed].x, q.y - dots[seed].y) <= reach) out.push_back(q);
+    return out;
+}
+
+}  // namespace
+
+LatticeStats latticeOf(const std::vector<cv::Point2f>& dots, const LatticeLimits& limits) {
+    const LatticeStats whole = statsOf(dots);
+    if (whole.passes(limits) || !(whole.spacing > 0.0) || dots.size() > 2000) return whole;
+    // Six spacings reach past the outer ring of a five-ring code seen at an angle.
+    const LatticeStats focused = statsOf(around(dots, whole.spacing, 6.5 * whole.spacing));
+    return focused.passes(limits) ? focused : whole;
 }

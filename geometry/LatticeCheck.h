@@ -42,7 +42,9 @@ std::vector<double> nearestDistances(const std::vector<cv::Point2f>& dots);
 
 // Neighbours are pairs closer than 1.3 median spacings. A hexagonal lattice seen at an angle
 // keeps its pairs of opposite directions, so the six-fold alignment falls slowly with tilt;
-// scattered blobs give about 1/sqrt(pairs).
-LatticeStats latticeOf(const std::vector<cv::Point2f>& dots);
+// scattered blobs give about 1/sqrt(pairs). Where the whole set fails the limits, the dots
+// around its densest dot are judged alone (a code the clustering joined to clutter).
+LatticeStats latticeOf(const std::vector<cv::Point2f>& dots,
+                       const LatticeLimits& limits = LatticeLimits());
 
 QBCODE_VISIBLE_END

@@ -29,7 +29,10 @@ public:
         : engine(engine), plan(plan), image(image), request(request) {
         bool dark = false;
         if (plan.camera && plan.polarity == 1) dark = true;
-        if (plan.camera && plan.polarity == 2) dark = stages::looksDark(image);
+        if (plan.camera && plan.polarity == 2) {
+            dark = stages::looksDark(image);
+            mixed = plan.detection && stages::mixedPolarity(image, dark);
+        }
         tries.push_back({dark, plan.ratio});
         if (plan.camera && plan.guarded) {
             if (plan.retryPolarity) tries.push_back({!dark, plan.ratio});
@@ -44,6 +47,8 @@ public:
     Views& operator=(const Views&) = delete;
 
     size_t size() const { return tries.size(); }
+    // Part of the frame looks the other way: the guess of the first view may be wrong there.
+    bool mixedFrame() const { return mixed; }
     bool dark(size_t k) const { return tries[k].dark; }
     int prepared() const { return count; }
 
@@ -56,18 +61,24 @@ public:
     }
 
 private:
+    // The first view is under the size rule; with a "Detection" section, so is the first view
+    // of the other polarity, whose dots need not be those the first view measured.
     FrameView make(size_t k) {
         FrameView view = prepare(tries[k]);
-        if (k != 0 || !plan.sizeRule || view.status < 0) return view;
+        bool first = true;
+        for (size_t j = 0; j < k; ++j) first = first && tries[j].dark != tries[k].dark;
+        first = k == 0 || (plan.detection && first);
+        if (!first || !plan.sizeRule || view.status < 0) return view;
         const double spacing = stages::blobSpacing(view.pre.centroids);
         const double lo = plan.spacingLo, hi = plan.spacingHi;
         if (!(spacing > 0.0) || (spacing >= lo && spacing <= hi)) return view;
         const double to =
-            std::clamp(tries[0].ratio * std::sqrt(lo * hi) / spacing, kLowestRatio, 1.0);
-        if (std::fabs(to - tries[0].ratio) <= 0.05) return view;
-        for (Try& later : tries)
-            if (later.ratio == plan.ratio) later.ratio = to;
-        return prepare(tries[0]);
+            std::clamp(tries[k].ratio * std::sqrt(lo * hi) / spacing, kLowestRatio, 1.0);
+        if (std::fabs(to - tries[k].ratio) <= 0.05) return view;
+        for (size_t j = k; j < tries.size(); ++j)
+            if (tries[j].ratio == plan.ratio && (!plan.detection || tries[j].dark == tries[k].dark))
+                tries[j].ratio = to;
+        return prepare(tries[k]);
     }
 
     FrameView prepare(const Try& t) {
@@ -81,6 +92,7 @@ private:
     std::vector<Try> tries;
     std::vector<std::unique_ptr<FrameView>> views;
     int count = 0;
+    bool mixed = false;
 };
 
 Decision refused(int status, const FrameView& view) {
@@ -174,12 +186,15 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
         failureDecided = decided;
     };
     // Later views only where the earlier ones saw a reason: the other polarity where a lattice
-    // of gaps showed (a code of the other polarity looks like that), another ratio where a
-    // lattice was decided and not read. A frame without a code stops after its first view.
+    // of gaps showed (a code of the other polarity looks like that) or where part of the frame
+    // looks the other way and nothing was read yet, another ratio where a lattice was decided
+    // and not read. A frame without a code of a single polarity stops after its first view.
     bool gaps = false, unread = false;
     int refusals = 0;
     for (size_t k = 0; k < views.size() && views.prepared() < plan.maxViews; ++k) {
-        if (k > 0 && !(views.dark(k) != views.dark(0) ? gaps : unread)) continue;
+        const bool flipped = views.dark(k) != views.dark(0);
+        const bool mixed = views.mixedFrame() && (out.codes.empty() || request.every);
+        if (k > 0 && !(flipped ? gaps || mixed : unread)) continue;
         const FrameView& view = views.at(k);
         if (view.status < 0) {
             Decision d = refused(view.status, view);
@@ -195,7 +210,7 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
             if (label == -2) break;
             ++out.candidates;
             const std::vector<cv::Point2f> dots = stages::clusterDots(view.clusters, label);
-            const LatticeStats lattice = latticeOf(dots);
+            const LatticeStats lattice = latticeOf(dots, plan.lattice);
             if (!lattice.passes(plan.lattice)) {
                 gaps = gaps || lattice.latticeLike(plan.lattice);
                 ++out.rejected;

@@ -33,13 +33,21 @@ int truncSaturated(double v) {
 
 }  // namespace
 
-bool looksDark(const cv::Mat& image) {
-    if (image.empty() || image.type() != CV_8UC1) return false;
+namespace {
+
+// The 1st, 50th and 99th percentiles of the grey levels of an area, every fourth pixel of every
+// fourth row.
+struct Levels {
+    int low = 0, median = 0, high = 0;
+    bool dark() const { return median > 0.5 * (low + high); }
+};
+
+Levels levelsOf(const cv::Mat& image, const cv::Rect& area) {
     int histogram[256] = {0};
     int n = 0;
-    for (int y = 0; y < image.rows; y += 4) {
+    for (int y = area.y; y < area.y + area.height; y += 4) {
         const uchar* row = image.ptr<uchar>(y);
-        for (int x = 0; x < image.cols; x += 4, ++n) ++histogram[row[x]];
+        for (int x = area.x; x < area.x + area.width; x += 4, ++n) ++histogram[row[x]];
     }
     auto percentile = [&](double share) {
         const double want = share * n;
@@ -48,7 +56,32 @@ bool looksDark(const cv::Mat& image) {
             if ((seen += histogram[v]) >= want) return v;
         return 255;
     };
-    return percentile(0.5) > 0.5 * (percentile(0.01) + percentile(0.99));
+    return Levels{percentile(0.01), percentile(0.5), percentile(0.99)};
+}
+
+}  // namespace
+
+bool looksDark(const cv::Mat& image) {
+    if (image.empty() || image.type() != CV_8UC1) return false;
+    return levelsOf(image, cv::Rect(0, 0, image.cols, image.rows)).dark();
+}
+
+bool mixedPolarity(const cv::Mat& image, bool dark) {
+    if (image.empty() || image.type() != CV_8UC1) return false;
+    const int across = 6, down = 4;
+    if (image.cols < 4 * across || image.rows < 4 * down) return false;
+    for (int ty = 0; ty < down; ++ty)
+        for (int tx = 0; tx < across; ++tx) {
+            const cv::Rect tile(tx * image.cols / across, ty * image.rows / down,
+                                image.cols / across, image.rows / down);
+            // A decisive tile only: most of it on one side of its midpoint, as paper with
+            // dots is; noise and texture sit about the middle either way.
+            const Levels l = levelsOf(image, tile);
+            const double mid = 0.5 * (l.low + l.high), range = l.high - l.low;
+            if (range >= 40 && std::fabs(l.median - mid) >= 0.25 * range && l.dark() != dark)
+                return true;
+        }
+    return false;
 }
 
 double blobSpacing(const std::vector<cv::Point2f>& centroids) {

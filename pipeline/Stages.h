@@ -20,6 +20,10 @@ namespace stages {
 // Dark dots on a light ground, judged on a subsampled frame: the median lies nearer the bright
 // end than the dark one.
 bool looksDark(const cv::Mat& image);
+// Whether part of the frame (one of 6 x 4 tiles, with some contrast and clearly to one side)
+// looks the other way: a dark-dot label on a darker scene, or a bright-dot print beside a
+// lighter one.
+bool mixedPolarity(const cv::Mat& image, bool dark);
 // Median distance from each detected dot to its nearest neighbour: the dot spacing of a frame
 // that shows mostly a code. 0 for fewer than two dots.
 double blobSpacing(const std::vector<cv::Point2f>& centroids);

@@ -296,3 +296,20 @@ TEST(ReaderHandle, CHandleRefusesNullAndFreedHandles) {
 }
 
 }  // namespace
+
+// A dark-dot label on a frame that is mostly dark: the frame's polarity guess is wrong, and the
+// tiles that look the other way ask for the other polarity's view.
+TEST(ReaderHandle, ALabelOfTheOtherPolarityOnADarkerSceneIsRead) {
+    const std::vector<int> bits = qbrender::randomBits(31);
+    qbrender::CodeStyle style = geomtest::style(12, 15, cv::Size(640, 480), {520, 240});
+    style.background = 210;
+    style.foreground = 40;
+    cv::Mat frame = qbrender::renderCamera(bits, style, qbrender::typicalCamera(6));
+    frame(cv::Rect(0, 0, 380, 480)).setTo(10);
+    qbcode::Reader reader(qbcode::ReaderOptions::fromFile(QBCODE_DEFAULT_PARAMS));
+    const qbcode::Result r = reader.read(qbcode::ImageView(frame.data, frame.rows, frame.cols));
+    ASSERT_EQ(r.status, 0) << r.statusName();
+    EXPECT_EQ(r.bits, bits);
+    EXPECT_TRUE(r.evidence.darkDots);
+    EXPECT_EQ(r.evidence.tries, 2);
+}

@@ -156,6 +156,31 @@ Sample fakeField(Rng& rng) {
     return Sample{qbrender::renderCamera(bits, style, cam), {}, {}};
 }
 
+// A printed label (dark dots on light paper) lying somewhere on a photograph: the scene decides
+// the frame's overall polarity, the label the code's.
+Sample labelOnPhoto(Rng& rng, const std::vector<cv::Mat>& photos) {
+    Sample out;
+    out.image = photos[rng() % photos.size()].clone();
+    qbrender::CodeStyle style;
+    style.spacing = uniform(rng, 14, 22);
+    style.dotDiameter = style.spacing * uniform(rng, 0.5, 0.7);
+    style.rotationDeg = uniform(rng, 0, 360);
+    style.background = uniform(rng, 190, 235);
+    style.foreground = uniform(rng, 20, 70);
+    const int side = static_cast<int>(12 * style.spacing);
+    style.size = cv::Size(side, side);
+    qbrender::CameraOptions cam;
+    cam.blurSigma = uniform(rng, 0, 1);
+    cam.noiseSigma = uniform(rng, 0, 4);
+    cam.seed = rng();
+    out.bits = randomCode(rng, 45);
+    const cv::Mat label = qbrender::renderCamera(out.bits, style, cam);
+    const int x = static_cast<int>(uniform(rng, 0, out.image.cols - side));
+    const int y = static_cast<int>(uniform(rng, 0, out.image.rows - side));
+    label.copyTo(out.image(cv::Rect(x, y, side, side)));
+    return out;
+}
+
 std::vector<cv::Mat> loadPhotos(const std::string& dir) {
     std::vector<cv::Mat> photos;
     if (dir.empty() || !fs::is_directory(dir)) return photos;
@@ -271,6 +296,9 @@ std::vector<Condition> buildConditions(const std::vector<cv::Mat>& photos) {
         },
         -1, "design");
 
+    if (!photos.empty())
+        add("label on a photograph", "", 0, "camera",
+            [photos](Rng& rng) { return labelOnPhoto(rng, photos); });
     if (!photos.empty())
         add("photographs", "", 0, "nocode", [photos](Rng& rng) {
             cv::Mat out = photos[rng() % photos.size()].clone();
