@@ -1,18 +1,17 @@
-// A camera stream in one interleaved run: each round reads every frame of the nominal set, of
-// the no-code set and of a frame with three codes, one after the other, so that the machine's
-// drift touches all of them alike. Counters give medians and worst cases in milliseconds and
-// the ratios the stream cares about; zxing-cpp's QR-only reader on the same no-code frames is
-// the anchor where it is installed.
+// A camera stream in one interleaved run: each round reads every frame of the accuracy suite's
+// nominal set, of its no-code set and of a frame with three codes, one after the other, so that
+// the machine's drift touches all of them alike. Counters give medians and worst cases in
+// milliseconds and the ratios the stream cares about; zxing-cpp's QR-only reader on the same
+// no-code frames is the anchor where it is installed.
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <string>
 #include <vector>
 
 #include <benchmark/benchmark.h>
-#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "../tests/accuracy/conditions.h"
 #include "bench_frames.h"
 #include "qbcode_hexagon_recognition.h"
 #include "qbcode_reader.hpp"
@@ -24,43 +23,20 @@
 
 namespace {
 
-// Photographs (when the no-code set's folder was given at configure time), smooth textures,
-// sensor noise, random dot fields and hexagonal fields with random markers.
-std::vector<cv::Mat> noCodeFrames() {
-    std::vector<cv::Mat> out;
-    const cv::Size size(640, 480);
+// The accuracy suite's own frames, drawn as the suite draws them: its nominal set, and its
+// no-code set (photographs when the folder was configured, textures, noise, and hexagonal
+// fields with random markers).
+std::vector<cv::Mat> suiteFrames(const std::vector<std::string>& names, int each) {
 #ifdef QBCODE_PHOTOS_DIR
-    std::vector<std::filesystem::path> files;
-    if (std::filesystem::is_directory(QBCODE_PHOTOS_DIR))
-        for (const auto& e : std::filesystem::directory_iterator(QBCODE_PHOTOS_DIR))
-            files.push_back(e.path());
-    std::sort(files.begin(), files.end());
-    for (const auto& f : files) {
-        const cv::Mat img = cv::imread(f.string(), cv::IMREAD_GRAYSCALE);
-        if (img.rows < 64 || img.cols < 64) continue;
-        cv::Mat fitted;
-        cv::resize(img, fitted, size, 0, 0, cv::INTER_AREA);
-        out.push_back(fitted);
-    }
+    const std::vector<accuracy::Condition> all =
+        accuracy::buildConditions(accuracy::loadPhotos(QBCODE_PHOTOS_DIR));
+#else
+    const std::vector<accuracy::Condition> all = accuracy::buildConditions({});
 #endif
-    for (int k = 0; k < 8; ++k) {
-        out.push_back(qbrender::noiseFrame(size, 1.5 + 0.6 * k, 300 + k));
-        out.push_back(qbrender::noiseFrame(size, 0.0, 400 + k));
-        cv::Mat dots(size, CV_8U, cv::Scalar(30));
-        cv::RNG rng(500 + k);
-        for (int i = 0; i < 150 + 60 * k; ++i)
-            cv::circle(dots, cv::Point(rng.uniform(5, 635), rng.uniform(5, 475)), rng.uniform(2, 7),
-                       cv::Scalar(220), cv::FILLED, cv::LINE_AA);
-        out.push_back(dots);
-        qbrender::CodeStyle style;
-        style.spacing = 18.0 + 1.5 * k;
-        style.dotDiameter = 0.6 * style.spacing;
-        style.rotationDeg = 17.0 * k;
-        std::vector<int> bits(91);
-        cv::RNG pick(600 + k);
-        for (int& b : bits) b = pick.uniform(0, 100) < 55;
-        out.push_back(qbrender::renderCamera(bits, style, qbrender::typicalCamera(700 + k)));
-    }
+    std::vector<cv::Mat> out;
+    for (const accuracy::Condition& c : all)
+        if (std::find(names.begin(), names.end(), c.name) != names.end())
+            for (const accuracy::Sample& f : accuracy::framesOf(c, each)) out.push_back(f.image);
     return out;
 }
 
@@ -114,18 +90,19 @@ qbcode::ImageView viewOf(const cv::Mat& m) {
 
 void BM_Stream_Interleaved(benchmark::State& state) {
     const qbbench::SingleThread single;
-    const std::vector<cv::Mat>& nominal = qbbench::cameraFrames();
-    const std::vector<cv::Mat> empty = noCodeFrames();
+    const std::vector<cv::Mat> nominal = suiteFrames({"nominal"}, 24);
+    const std::vector<cv::Mat> empty =
+        suiteFrames({"photographs", "textures", "noise", "fake hex fields"}, 12);
     const cv::Mat three = threeCodes();
     qbcode::Reader reader(qbcode::ReaderOptions::fromFile(QBCODE_DEFAULT_PARAMS));
     std::vector<double> read, readC, none, noneC, all3, one3, zx;
     std::vector<int> bits(91);
     int box[4];
-    bool allRead = true;
+    int nominalRead = 0;
     size_t found3 = 0;
     for (auto _ : state) {
         for (const cv::Mat& f : nominal) {
-            read.push_back(timeMs([&] { allRead &= reader.read(viewOf(f)).valid(); }));
+            read.push_back(timeMs([&] { nominalRead += reader.read(viewOf(f)).valid(); }));
             readC.push_back(timeMs([&] {
                 quelbor_hexagon_recognition(f.data, f.rows, f.cols, 0, QBCODE_DEFAULT_PARAMS,
                                             bits.data(), 91, box, 4);
@@ -148,9 +125,11 @@ void BM_Stream_Interleaved(benchmark::State& state) {
         all3.push_back(timeMs([&] { found3 = reader.readAll(viewOf(three)).size(); }));
         one3.push_back(timeMs([&] { benchmark::DoNotOptimize(reader.read(viewOf(three))); }));
     }
-    if (!allRead) state.SkipWithError("a nominal frame did not read");
     const double base = median(read);
+    // Medians over every read, whether it read or not; nearly all do (99.8 % in the suite).
     state.counters["read_ms"] = base;
+    state.counters["nominal_read_share"] =
+        static_cast<double>(nominalRead) / static_cast<double>(read.size());
     state.counters["readC_ms"] = median(readC);
     state.counters["nocode_med_ms"] = median(none);
     state.counters["nocode_max_ms"] = worst(none, empty.size());
