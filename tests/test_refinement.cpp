@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 
+#include "GridMatch.h"
 #include "Grid_refinement.h"
 #include "Hexagon_Dots_tracking.h"
 #include "qbcode_render.h"
@@ -47,14 +48,14 @@ TEST_P(Refinement, FitsTheDotsOfAPerspectiveView) {
     in.binary = cv::Mat::zeros(420, 420, CV_8U);
     std::vector<cv::Point2d> truth;
     for (size_t i = 0; i < print.size(); ++i) {
-        truth.push_back(Grid_refinement::apply(c.view, print[i]));
+        truth.push_back(gridmatch::apply(c.view, print[i]));
         if (!bits[i]) continue;
         in.centroids.push_back(truth.back());
         cv::circle(in.binary, cv::Point(cvRound(truth.back().x), cvRound(truth.back().y)),
                    static_cast<int>(kSpacing * 0.3), cv::Scalar(255), cv::FILLED);
     }
     const cv::Point2d start =
-        Grid_refinement::apply(c.view, kCentre) + (print[1] - print[0]) * c.stepsOff;
+        gridmatch::apply(c.view, kCentre) + (print[1] - print[0]) * c.stepsOff;
     for (int k = 0; k < 6; ++k) in.grids[k] = gridAt(start, 60.0 * k + c.startTurn);
 
     Hexagon_Dots_tracking sampler(nullptr, kSpacing, 0, 0, 5);
@@ -67,7 +68,7 @@ TEST_P(Refinement, FitsTheDotsOfAPerspectiveView) {
     const std::vector<cv::Point2d> ideal = gridAt(start, 60.0 * out.orientation + c.startTurn);
     double worst = 0.0;
     for (size_t i = 0; i < truth.size(); ++i)
-        worst = std::max(worst, cv::norm(Grid_refinement::apply(out.fit, ideal[i]) - truth[i]));
+        worst = std::max(worst, cv::norm(gridmatch::apply(out.fit, ideal[i]) - truth[i]));
     EXPECT_LT(worst, 0.05 * kSpacing);
 }
 

@@ -23,6 +23,17 @@ bool isMarker(int i) {
            std::find(off.begin(), off.end(), i) != off.end();
 }
 
+int markersMatched(const std::vector<int>& bits, int n) {
+    int matched = 0;
+    for (int i : markerOnPositions()) matched += i < n && bits[i] == 1;
+    for (int i : markerOffPositions()) matched += i < n && bits[i] == 0;
+    return matched;
+}
+
+int markerCount() {
+    return static_cast<int>(markerOnPositions().size() + markerOffPositions().size());
+}
+
 int positionsFor(int layers) {
     // The count saturates as get_dots_num does: a hostile "layer" must not overflow.
     return get_dots_num(layers);

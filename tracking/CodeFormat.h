@@ -8,6 +8,9 @@ namespace qbcode {
 
 // True for the six always-printed and twelve always-blank positions.
 bool isMarker(int position);
+// Marker positions below n whose bit is as printed: 1 on the printed ones, 0 on the blank ones.
+int markersMatched(const std::vector<int>& bits, int n);
+int markerCount();
 // Positions of a code with the given rings (1 for none or fewer).
 int positionsFor(int layers);
 

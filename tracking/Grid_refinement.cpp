@@ -2,31 +2,17 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 #include "CodeFormat.h"
 #include "Dots_tracking.h"
-#include "Grid_verification.h"
+#include "GridMatch.h"
+
+using gridmatch::apply;
+using gridmatch::dist2;
+using gridmatch::fromAffine;
+using gridmatch::nearestOf;
 
 namespace {
-
-double dist2(const cv::Point2d& a, const cv::Point2d& b) {
-    const cv::Point2d d = a - b;
-    return d.x * d.x + d.y * d.y;
-}
-
-int nearestOf(const cv::Point2d& p, const std::vector<cv::Point2d>& set, int limit) {
-    int best = -1;
-    double bestD = std::numeric_limits<double>::infinity();
-    for (int i = 0; i < limit; ++i) {
-        const double d = dist2(p, set[i]);
-        if (d < bestD) {
-            bestD = d;
-            best = i;
-        }
-    }
-    return best;
-}
 
 // Positions [0, count) of `pred` paired with the detected dots: mutual nearest neighbours within
 // the radius, scaled by each position's local scale. A dot nearer to a position outside the
@@ -36,19 +22,12 @@ void match(const std::vector<cv::Point2d>& pred, const std::vector<double>& scal
            std::vector<cv::Point2d>& matched) {
     positions.clear();
     matched.clear();
-    const int all = static_cast<int>(pred.size());
     for (int i = 0; i < count; ++i) {
-        const int j = nearestOf(pred[i], dots, static_cast<int>(dots.size()));
-        const double r = radius * scale[i];
-        if (j < 0 || dist2(pred[i], dots[j]) > r * r) continue;
-        if (nearestOf(dots[j], pred, all) != i) continue;
+        const int j = gridmatch::mutualNearest(pred, i, dots, radius * scale[i]);
+        if (j < 0) continue;
         positions.push_back(i);
         matched.push_back(dots[j]);
     }
-}
-
-cv::Matx33d fromAffine(const cv::Matx23d& a) {
-    return cv::Matx33d(a(0, 0), a(0, 1), a(0, 2), a(1, 0), a(1, 1), a(1, 2), 0, 0, 1);
 }
 
 int positionsWithin(int rings) {
@@ -61,7 +40,7 @@ cv::Point2d voteTranslation(const std::vector<cv::Point2d>& grid, int count,
                             const std::vector<cv::Point2d>& dots, double spacing) {
     std::vector<cv::Point2d> offsets;
     for (int i = 0; i < count; ++i) {
-        const int j = nearestOf(grid[i], dots, static_cast<int>(dots.size()));
+        const int j = nearestOf(grid[i], dots);
         if (j >= 0 && dist2(dots[j], grid[i]) <= 0.36 * spacing * spacing)
             offsets.push_back(dots[j] - grid[i]);
     }
@@ -86,9 +65,9 @@ cv::Point2d voteTranslation(const std::vector<cv::Point2d>& grid, int count,
 
 // How much the fit enlarges lengths at g: the square root of its Jacobian's determinant.
 double localScale(const cv::Matx33d& fit, const cv::Point2d& g) {
-    const cv::Point2d p = Grid_refinement::apply(fit, g);
-    const cv::Point2d ex = Grid_refinement::apply(fit, g + cv::Point2d(1, 0)) - p;
-    const cv::Point2d ey = Grid_refinement::apply(fit, g + cv::Point2d(0, 1)) - p;
+    const cv::Point2d p = apply(fit, g);
+    const cv::Point2d ex = apply(fit, g + cv::Point2d(1, 0)) - p;
+    const cv::Point2d ey = apply(fit, g + cv::Point2d(0, 1)) - p;
     return std::sqrt(std::fabs(ex.x * ey.y - ex.y * ey.x));
 }
 
@@ -103,7 +82,7 @@ bool sample(const Grid_refinement::Input& in, const cv::Matx33d& fit, const cv::
         std::vector<int> bits(n), fill(n), sides(n);
         for (int i = 0; i < n; ++i) {
             const cv::Point2d g = in.grids[k][i] + shift;
-            points[i] = Grid_refinement::apply(fit, g);
+            points[i] = apply(fit, g);
             const int r = static_cast<int>(sampler.setBoxRadius(in.spacing * localScale(fit, g)));
             const bool inRange = std::fabs(points[i].x) < 1e6 && std::fabs(points[i].y) < 1e6;
             const long long count =
@@ -116,10 +95,7 @@ bool sample(const Grid_refinement::Input& in, const cv::Matx33d& fit, const cv::
             bits[i] = static_cast<double>(sides[i]) * sides[i] * sampler.boxRatio <
                       static_cast<double>(count);
         }
-        bool markers = true;
-        for (int i : qbcode::markerOnPositions()) markers = markers && i < n && bits[i] == 1;
-        for (int i : qbcode::markerOffPositions()) markers = markers && i < n && bits[i] == 0;
-        if (!markers) continue;
+        if (qbcode::markersMatched(bits, n) < qbcode::markerCount()) continue;
         ++fits;
         out.orientation = k;
         out.points = std::move(points);
@@ -132,58 +108,6 @@ bool sample(const Grid_refinement::Input& in, const cv::Matx33d& fit, const cv::
 }
 
 }  // namespace
-
-cv::Point2d Grid_refinement::apply(const cv::Matx33d& h, const cv::Point2d& p) {
-    const double w = h(2, 0) * p.x + h(2, 1) * p.y + h(2, 2);
-    return cv::Point2d((h(0, 0) * p.x + h(0, 1) * p.y + h(0, 2)) / w,
-                       (h(1, 0) * p.x + h(1, 1) * p.y + h(1, 2)) / w);
-}
-
-bool Grid_refinement::fitHomography(const std::vector<cv::Point2d>& from,
-                                    const std::vector<cv::Point2d>& to, cv::Matx33d& h) {
-    const int n = static_cast<int>(std::min(from.size(), to.size()));
-    if (n < 4) return false;
-    // Centred and scaled coordinates keep the system well conditioned.
-    cv::Point2d mf(0, 0), mt(0, 0);
-    for (int i = 0; i < n; ++i) {
-        mf += from[i];
-        mt += to[i];
-    }
-    mf *= 1.0 / n;
-    mt *= 1.0 / n;
-    double sf = 0.0, st = 0.0;
-    for (int i = 0; i < n; ++i) {
-        sf += std::sqrt(dist2(from[i], mf));
-        st += std::sqrt(dist2(to[i], mt));
-    }
-    if (!(sf > 0.0 && st > 0.0)) return false;
-    sf = n / sf;
-    st = n / st;
-    cv::Mat a(2 * n, 8, CV_64F), b(2 * n, 1, CV_64F);
-    for (int i = 0; i < n; ++i) {
-        const double x = (from[i].x - mf.x) * sf, y = (from[i].y - mf.y) * sf;
-        const double u = (to[i].x - mt.x) * st, v = (to[i].y - mt.y) * st;
-        const double r0[8] = {x, y, 1, 0, 0, 0, -u * x, -u * y};
-        const double r1[8] = {0, 0, 0, x, y, 1, -v * x, -v * y};
-        for (int k = 0; k < 8; ++k) {
-            a.at<double>(2 * i, k) = r0[k];
-            a.at<double>(2 * i + 1, k) = r1[k];
-        }
-        b.at<double>(2 * i) = u;
-        b.at<double>(2 * i + 1) = v;
-    }
-    cv::Mat x;
-    if (!cv::solve(a, b, x, cv::DECOMP_SVD)) return false;
-    const cv::Matx33d hn(x.at<double>(0), x.at<double>(1), x.at<double>(2), x.at<double>(3),
-                         x.at<double>(4), x.at<double>(5), x.at<double>(6), x.at<double>(7), 1.0);
-    const cv::Matx33d tf(sf, 0, -sf * mf.x, 0, sf, -sf * mf.y, 0, 0, 1);
-    const cv::Matx33d tt(1 / st, 0, mt.x, 0, 1 / st, mt.y, 0, 0, 1);
-    h = tt * hn * tf;
-    for (int i = 0; i < 9; ++i)
-        if (!std::isfinite(h.val[i])) return false;
-    const double det = cv::determinant(h);
-    return std::isfinite(det) && std::fabs(det) > 1e-12 && std::fabs(h(2, 2)) > 1e-12;
-}
 
 bool Grid_refinement::Run(const Input& in, Dots_tracking& sampler, Output& out) const {
     const std::vector<cv::Point2d>& grid = in.grids[0];
@@ -221,9 +145,9 @@ bool Grid_refinement::Run(const Input& in, Dots_tracking& sampler, Output& out) 
                 for (int i : positions) from.push_back(grid[i]);
                 cv::Matx23d affine;
                 cv::Matx33d h;
-                if (rings >= 3 && from.size() >= 8 && fitHomography(from, matched, h))
+                if (rings >= 3 && from.size() >= 8 && gridmatch::fitHomography(from, matched, h))
                     fit = h;
-                else if (from.size() >= 4 && Grid_verification::fitAffine(from, matched, affine))
+                else if (from.size() >= 4 && gridmatch::fitAffine(from, matched, affine))
                     fit = fromAffine(affine);
                 else
                     lost = true;
@@ -240,7 +164,7 @@ bool Grid_refinement::Run(const Input& in, Dots_tracking& sampler, Output& out) 
                 from.clear();
                 for (int i : positions) from.push_back(grid[i]);
                 cv::Matx33d h;
-                if (from.size() < 8 || !fitHomography(from, matched, h)) return;
+                if (from.size() < 8 || !gridmatch::fitHomography(from, matched, h)) return;
                 fit = h;
                 predict(fit, {0, 0});
             }

@@ -37,9 +37,4 @@ public:
     // Tries the voted translation and its six lattice neighbours; keeps the one whose markers
     // fit at exactly one orientation and which covers the most dots. False when none does.
     bool Run(const Input& in, Dots_tracking& sampler, Output& out) const;
-
-    // Least-squares homography from -> to (at least four points); false when degenerate.
-    static bool fitHomography(const std::vector<cv::Point2d>& from,
-                              const std::vector<cv::Point2d>& to, cv::Matx33d& h);
-    static cv::Point2d apply(const cv::Matx33d& h, const cv::Point2d& p);
 };

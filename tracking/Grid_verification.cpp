@@ -5,53 +5,17 @@
 #include <limits>
 
 #include "CodeFormat.h"
+#include "GridMatch.h"
 #include "SystemPara.h"
 
-namespace {
+using gridmatch::apply;
+using gridmatch::dist2;
+using gridmatch::nearestOf;
 
-double dist2(const cv::Point2d& a, const cv::Point2d& b) {
-    const cv::Point2d d = a - b;
-    return d.x * d.x + d.y * d.y;
-}
-
-int nearestOf(const cv::Point2d& p, const std::vector<cv::Point2d>& set) {
-    int best = -1;
-    double bestD = std::numeric_limits<double>::infinity();
-    for (size_t i = 0; i < set.size(); ++i) {
-        const double d = dist2(p, set[i]);
-        if (d < bestD) {
-            bestD = d;
-            best = static_cast<int>(i);
-        }
-    }
-    return best;
-}
-
-cv::Point2d apply(const cv::Matx23d& m, const cv::Point2d& p) {
-    return cv::Point2d(m(0, 0) * p.x + m(0, 1) * p.y + m(0, 2),
-                       m(1, 0) * p.x + m(1, 1) * p.y + m(1, 2));
-}
-
-}  // namespace
-
+// Kept for the callers that fit through the verification.
 bool Grid_verification::fitAffine(const std::vector<cv::Point2d>& from,
                                   const std::vector<cv::Point2d>& to, cv::Matx23d& fit) {
-    const int n = static_cast<int>(from.size());
-    if (n < 3) return false;
-    cv::Mat a(n, 3, CV_64F), b(n, 2, CV_64F);
-    for (int i = 0; i < n; ++i) {
-        a.at<double>(i, 0) = from[i].x;
-        a.at<double>(i, 1) = from[i].y;
-        a.at<double>(i, 2) = 1.0;
-        b.at<double>(i, 0) = to[i].x;
-        b.at<double>(i, 1) = to[i].y;
-    }
-    cv::Mat x;
-    if (!cv::solve(a, b, x, cv::DECOMP_SVD) || cv::countNonZero(x != x) > 0) return false;
-    fit = cv::Matx23d(x.at<double>(0, 0), x.at<double>(1, 0), x.at<double>(2, 0),
-                      x.at<double>(0, 1), x.at<double>(1, 1), x.at<double>(2, 1));
-    const double det = fit(0, 0) * fit(1, 1) - fit(0, 1) * fit(1, 0);
-    return std::isfinite(det) && std::fabs(det) > 1e-9;
+    return gridmatch::fitAffine(from, to, fit);
 }
 
 int Grid_verification::Initiate() {
@@ -80,8 +44,7 @@ int Grid_verification::Run(const Input& in, Checks& out) const {
     // The decision threshold scales with the box: fillThreshold is the one of boxSide (area(-1)).
     const double ratio = area(-1) > 0.0 ? in.fillThreshold / area(-1) : 0.0;
 
-    for (int i : qbcode::markerOnPositions()) out.markersMatched += i < n && in.bits[i] == 1;
-    for (int i : qbcode::markerOffPositions()) out.markersMatched += i < n && in.bits[i] == 0;
+    out.markersMatched = qbcode::markersMatched(in.bits, n);
 
     out.margin = std::numeric_limits<double>::infinity();
     for (int i = 0; i < n && i < static_cast<int>(in.fill.size()); ++i) {
@@ -104,10 +67,8 @@ int Grid_verification::Run(const Input& in, Checks& out) const {
         out.dotsMatched = out.dotsMissing = 0;
         for (int i = 0; i < n; ++i) {
             if (in.bits[i] != 1) continue;
-            const int j = nearestOf(predicted[i], in.centroids);
-            const bool mutual = j >= 0 && dist2(predicted[i], in.centroids[j]) <= radius * radius &&
-                                nearestOf(in.centroids[j], predicted) == i;
-            if (!mutual) {
+            const int j = gridmatch::mutualNearest(predicted, i, in.centroids, radius);
+            if (j < 0) {
                 ++out.dotsMissing;
                 continue;
             }
@@ -116,7 +77,7 @@ int Grid_verification::Run(const Input& in, Checks& out) const {
             to.push_back(in.centroids[j]);
         }
         cv::Matx23d fit;
-        if (!fitAffine(from, to, fit)) break;
+        if (!gridmatch::fitAffine(from, to, fit)) break;
         out.fit = fit;
         out.fitted = true;
         for (size_t i = 0; i < predicted.size(); ++i) predicted[i] = apply(fit, in.grid[i]);
@@ -153,10 +114,8 @@ int Grid_verification::Run(const Input& in, Checks& out) const {
     }
 
     if (!enabled) return 0;
-    const int markerCount =
-        static_cast<int>(qbcode::markerOnPositions().size() + qbcode::markerOffPositions().size());
     if (inside && out.outside > 0) return -511;
-    if (markers && out.markersMatched < markerCount) return -512;
+    if (markers && out.markersMatched < qbcode::markerCount()) return -512;
     if (out.blankFill > blankFill) return -510;
     if (out.dotsMissing > maxMissing || !out.fitted) return -513;
     if (out.dotsUnexplained > maxUnexplained) return -515;

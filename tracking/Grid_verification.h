@@ -53,7 +53,7 @@ public:
     // a blank position, -514 residual).
     int Run(const Input& in, Checks& out) const;
 
-    // Least-squares affine map from -> to; false when the points do not fix one.
+    // gridmatch::fitAffine, for callers that reach it through the verification.
     static bool fitAffine(const std::vector<cv::Point2d>& from, const std::vector<cv::Point2d>& to,
                           cv::Matx23d& fit);
 
