@@ -8,13 +8,12 @@
 #include <opencv2/imgproc.hpp>
 
 #include "BlobAnalysis.h"
+#include "CodeFormat.h"
 #include "Point_Generation.h"
 
 namespace {
 
 const double kAngles[6] = {0.0, 60.0, 120.0, 180.0, 240.0, 300.0};
-const int kMarkersOn[6] = {1, 2, 7, 9, 19, 22};
-const int kMarkersOff[12] = {3, 4, 5, 6, 11, 13, 15, 17, 25, 28, 31, 34};
 
 // int(v) truncates; values an int cannot hold (NaN, huge) saturate instead of being undefined,
 // and NaN lands far outside any image.
@@ -133,8 +132,8 @@ int Hexagon_Dots_tracking::hexagon_outputD(cv::Mat D, cv::Mat& bits) {
             for (int i = 0; i < row.cols; ++i) std::cout << row.at<double>(0, i);
         }
         double ful = 0.0, emp = 0.0;
-        for (int i : kMarkersOn) ful += valueAt(row, i);
-        for (int i : kMarkersOff) emp += valueAt(row, i);
+        for (int i : qbcode::markerOnPositions()) ful += valueAt(row, i);
+        for (int i : qbcode::markerOffPositions()) emp += valueAt(row, i);
         if (debug) std::cout << "ful:" << ful << std::endl << "emp:" << emp << std::endl;
         if (emp == 0.0) emp = 1.0;
         const double ratio = ful / emp;
