@@ -3,16 +3,14 @@
 #include <algorithm>
 #include <cmath>
 
+#include "qbcode_hexagon_recognition.h"
+
 namespace {
 
 // The program's own value of pi for point rotation.
 const double kPi = 3.141592654;
 // Beyond this many rings the matrix would no longer fit in memory sensibly.
 const int kMaxLayers = 1000;
-
-int dotCount(int layer) {
-    return layer <= 0 ? 1 : 1 + 3 * layer * (layer + 1);
-}
 
 bool usable(const cv::Mat& pts) {
     return pts.type() == CV_64F && pts.cols >= 2;
@@ -81,7 +79,7 @@ int Generate_Hexagon_points::points_coordinates_generate(cv::Mat& pts) {
         pts = cv::Mat::zeros(0, 2, CV_64F);
         return 0;
     }
-    const int n = dotCount(layer);
+    const int n = get_dots_num(layer);
     pts = cv::Mat::zeros(n, 2, CV_64F);
     const double g = gap;
     int row = 1;
@@ -121,7 +119,7 @@ int Generate_Hexagon_pointsM2::points_coordinates_generate(cv::Mat& pts) {
         pts = cv::Mat::zeros(0, 2, CV_64F);
         return 0;
     }
-    const int n = dotCount(layer);
+    const int n = get_dots_num(layer);
     pts = cv::Mat::zeros(n, 2, CV_64F);
     const double h = std::sqrt(3.0) / 2.0;
     const double twoPi = 2.0 * std::acos(-1.0);
@@ -159,7 +157,7 @@ int Generate_Hexagon_pointsM3::points_coordinates_generate(cv::Mat& pts) {
         pts = cv::Mat::zeros(0, 2, CV_64F);
         return 0;
     }
-    const int n = dotCount(layer);
+    const int n = get_dots_num(layer);
     pts = cv::Mat::zeros(n, 2, CV_64F);
     double cornerX[7], cornerY[7];
     for (int i = 0; i <= 6; ++i) {

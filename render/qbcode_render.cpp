@@ -8,15 +8,13 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "qbcode_hexagon_recognition.h"
+
 namespace qbrender {
 
 namespace {
 
 const double kPi = 3.14159265358979323846;
-
-int positionsFor(int layers) {
-    return layers <= 0 ? 1 : 1 + 3 * layers * (layers + 1);
-}
 
 // Adds a disc of the given level with per-pixel coverage from 4x4 sub-samples.
 void drawDisc(cv::Mat& img, double row, double col, double radius, double background,
@@ -120,7 +118,7 @@ void putBigEndian(std::vector<unsigned char>& out, uint32_t v) {
 
 int layersForPositions(size_t n) {
     for (int l = 0; l < 64; ++l)
-        if (static_cast<size_t>(positionsFor(l)) == n) return l;
+        if (static_cast<size_t>(get_dots_num(l)) == n) return l;
     return -1;
 }
 

@@ -4,6 +4,7 @@
 #include "Dots_tracking.h"
 #include "Hexagon_Dots_tracking.h"
 #include "SystemPara.h"
+#include "qbcode_hexagon_recognition.h"
 #include "qbcode_render.h"
 #include "test_geometry_support.h"
 #include "test_support.h"
@@ -87,7 +88,7 @@ TEST_P(TrackTurned, UndoesTheTurnOfTheCode) {
     Hexagon_Dots_tracking t(&para, c.spacing, 320, 240, c.rings);
     cv::Mat img = render(60.0 * c.turns, c.spacing);
     EXPECT_EQ(t.Run(img, cv::Mat(), bits, boxes, false), c.turns);
-    const int n = 1 + 3 * c.rings * (c.rings + 1);
+    const int n = get_dots_num(c.rings);
     EXPECT_EQ(std::vector<int>(bits.begin<double>(), bits.end<double>()),
               std::vector<int>(code.begin(), code.begin() + n));
     ASSERT_EQ(boxes.size(), cv::Size(4, n));

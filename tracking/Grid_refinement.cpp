@@ -30,10 +30,6 @@ void match(const std::vector<cv::Point2d>& pred, const std::vector<double>& scal
     }
 }
 
-int positionsWithin(int rings) {
-    return 1 + 3 * rings * (rings + 1);
-}
-
 // The translation most inner positions agree on, from each one's nearest dot within 0.6
 // spacings: a grid a lattice step off agrees too, so the neighbours are tried after it.
 cv::Point2d voteTranslation(const std::vector<cv::Point2d>& grid, int count,
@@ -123,7 +119,7 @@ bool Grid_refinement::Run(const Input& in, Dots_tracking& sampler, Output& out) 
     // The lattice first: an affine fit on the inner rings, a homography from the third ring on,
     // widened ring by ring, then refitted on all positions while the tolerance tightens.
     const cv::Point2d voted = voteTranslation(
-        grid, std::min(n, positionsWithin(std::min(in.layer, 2))), in.centroids, in.spacing);
+        grid, std::min(n, qbcode::positionsFor(std::min(in.layer, 2))), in.centroids, in.spacing);
     cv::Matx33d fit(1, 0, voted.x, 0, 1, voted.y, 0, 0, 1);
     std::vector<int> positions;
     std::vector<cv::Point2d> matched, from, pred(n);
@@ -139,7 +135,7 @@ bool Grid_refinement::Run(const Input& in, Dots_tracking& sampler, Output& out) 
         bool lost = false;
         for (int rings = 2; rings <= std::max(in.layer, 2) && !lost; ++rings)
             for (int pass = 0; pass < 2 && !lost; ++pass) {
-                match(pred, scale, std::min(n, positionsWithin(rings)), in.centroids,
+                match(pred, scale, std::min(n, qbcode::positionsFor(rings)), in.centroids,
                       innerRadius * in.spacing, positions, matched);
                 from.clear();
                 for (int i : positions) from.push_back(grid[i]);

@@ -25,13 +25,6 @@ int truncToInt(double v) {
     return static_cast<int>(v);
 }
 
-int dotsForLayers(int layers) {
-    if (layers <= 0) return 1;
-    const long long n = 1 + 3LL * layers * (layers + 1);
-    return n > std::numeric_limits<int>::max() ? std::numeric_limits<int>::max()
-                                               : static_cast<int>(n);
-}
-
 // Marker positions past the end of a short row (fewer than three rings) read as 0.
 double valueAt(const cv::Mat& row, int i) {
     return i < row.cols ? row.at<double>(0, i) : 0.0;
@@ -50,7 +43,7 @@ Hexagon_Dots_tracking::Hexagon_Dots_tracking(SystemPara* para, double gap, int s
 Hexagon_Dots_tracking::~Hexagon_Dots_tracking() = default;
 
 int Hexagon_Dots_tracking::Initiate() {
-    dotsNum = dotsForLayers(layer);
+    dotsNum = qbcode::positionsFor(layer);
     pointGenerator = std::make_unique<Generate_Hexagon_points>(
         cv::Point2d(static_cast<double>(startPointY), static_cast<double>(startPointX)), sysPara,
         gap, layer);
