@@ -106,6 +106,18 @@ void ROI_Segment::sort(std::vector<float>& values, std::vector<int>& order, int 
     n = std::max(0, std::min<int>(n, static_cast<int>(values.size())));
     order.resize(std::max<size_t>(order.size(), static_cast<size_t>(n)));
     for (int i = 0; i < n; ++i) order[i] = i;
+    const bool ordered =
+        std::none_of(values.begin(), values.begin() + n, [](float v) { return std::isnan(v); });
+    if (ordered) {
+        // Descending with equal values in index order: what the bubble sort below gives, in
+        // n log n.
+        std::stable_sort(order.begin(), order.begin() + n,
+                         [&values](int a, int b) { return values[a] > values[b]; });
+        std::vector<float> sorted(static_cast<size_t>(n));
+        for (int i = 0; i < n; ++i) sorted[i] = values[order[i]];
+        std::copy(sorted.begin(), sorted.end(), values.begin());
+        return;
+    }
     // A bubble sort that swaps only on a strict increase keeps equal values in index order.
     for (int i = 0; i < n - 1; ++i) {
         for (int j = n - 1; j > i; --j) {
@@ -211,4 +223,50 @@ cv::Rect ROI_Segment::cal_ROI(float* points, int* labels, int numClusters) {
     const int right = std::min(imgCols - 1, maxX + m);
     const int bottom = std::min(imgRows - 1, maxY + m);
     return cv::Rect(x, y, std::abs(right - x), std::abs(bottom - y));
+}
+
+int ROI_Segment::cluster_densityPeaksM2(const float* data, int n, float dc, float* rho,
+                                        float* delta, int* nneigh, int* labels) {
+    if (data == nullptr || rho == nullptr || delta == nullptr || nneigh == nullptr ||
+        labels == nullptr || n <= 0)
+        return 0;
+    const size_t m = static_cast<size_t>(n);
+    std::vector<float> dist(m * m, 0.f);
+    const float denom = (dc + dc) * dc;
+    float maxDist = 0.f;
+    for (size_t i = 0; i < m; ++i) {
+        for (size_t j = i + 1; j < m; ++j) {
+            // The original's sum: each square in double, the total kept in float.
+            const float dx = data[2 * i] - data[2 * j], dy = data[2 * i + 1] - data[2 * j + 1];
+            float sum = 0.f;
+            sum += static_cast<double>(dx) * dx;
+            sum += static_cast<double>(dy) * dy;
+            const float d = std::sqrt(sum);
+            dist[i * m + j] = dist[j * m + i] = d;
+            const float w = expf(-(d * d) / denom);
+            rho[i] += w;
+            rho[j] += w;
+            if (d > maxDist) maxDist = d;
+        }
+    }
+    for (size_t i = 0; i < m; ++i) {
+        float best = maxDist;
+        int neighbour = -1;
+        const float* row = &dist[i * m];
+        for (size_t j = 0; j < m; ++j) {
+            if (j == i) continue;
+            if (rho[i] < rho[j] && row[j] <= best) {
+                best = row[j];
+                neighbour = static_cast<int>(j);
+            }
+        }
+        delta[i] = best;
+        nneigh[i] = neighbour;
+    }
+    float sumRho = 0.f, sumDelta = 0.f;
+    for (int i = 0; i < n; ++i) {
+        sumRho += rho[i];
+        sumDelta += delta[i];
+    }
+    return assignment(rho, delta, nneigh, labels, n, sumRho, sumDelta);
 }

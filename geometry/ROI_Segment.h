@@ -32,6 +32,11 @@ public:
     int cluster_dp(float* data, int n, int dim, float dc, float* rho, float* delta, int* nneigh);
     int cluster_densityPeaks(float* data, int n, int dim, float dc, float* rho, float* delta,
                              int* nneigh, int* labels);
+    // The same clustering of (x, y) points in one flat distance table, with sqrtf where the
+    // original takes powf(., 0.5f): a few times faster on the hundreds of blobs of a textured
+    // frame, equal to the last bit except where the two roots differ in it.
+    int cluster_densityPeaksM2(const float* data, int n, float dc, float* rho, float* delta,
+                               int* nneigh, int* labels);
     int find_correct_cluster_label(int* labels, int n, int numClusters);
     cv::Rect cal_ROI(float* points, int* labels, int numClusters);
 

@@ -130,7 +130,7 @@ int AlgPipeline::Pipeline(unsigned char* image, int rows, int cols, int* bits, i
 }
 
 FrameView AlgPipeline::prepare(const cv::Mat& image, bool dark, double ratio,
-                               const std::string& imgName, clock_t start0) {
+                               const std::string& imgName, clock_t start0, bool fastClusters) {
     FrameView view;
     view.dark = dark;
     view.ratio = ratio;
@@ -156,7 +156,7 @@ FrameView AlgPipeline::prepare(const cv::Mat& image, bool dark, double ratio,
     view.frames.crop(view.pre.preCrop);
     view.downsampled = view.frames.resize(view.pre.input.size(), view.pre.processed.size());
     view.preprocessMs = t.ms();
-    view.clusters = stages::cluster(view.pre, dc);
+    view.clusters = stages::cluster(view.pre, dc, fastClusters);
     return view;
 }
 

@@ -84,7 +84,7 @@ public:
     // The stages after Initialize, for the read policy (Detector.h): pre-processing and
     // clustering of one view, then the decision of one region cut from it.
     FrameView prepare(const cv::Mat& image, bool dark, double ratio, const std::string& imgName,
-                      clock_t start0);
+                      clock_t start0, bool fastClusters = false);
     Decision decide(const FrameView& view, stages::Region reg, const ReadPlan& plan,
                     const std::string& imgName, bool keepUpright, int* bits, int count);
 

@@ -82,7 +82,8 @@ private:
     }
 
     FrameView prepare(const Try& t) {
-        return engine.prepare(image, t.dark, t.ratio, request.imgName, request.start0);
+        return engine.prepare(image, t.dark, t.ratio, request.imgName, request.start0,
+                              plan.detection);
     }
 
     AlgPipeline& engine;

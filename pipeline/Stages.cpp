@@ -154,7 +154,7 @@ cv::Rect rankedRegion(const Region& r, int clusters, int rank, int rows, int col
 
 }  // namespace
 
-Clusters cluster(const Preprocessed& pre, float dc) {
+Clusters cluster(const Preprocessed& pre, float dc, bool fast) {
     Clusters out;
     try {
         const int n = static_cast<int>(pre.centroids.size());
@@ -168,9 +168,12 @@ Clusters cluster(const Preprocessed& pre, float dc) {
         out.nearest.assign(n, 0);
         out.labels.assign(n, -1);
         ROI_Segment segment(pre.processed.rows, pre.processed.cols, dc, n, 2);
-        const int k =
-            segment.cluster_densityPeaks(out.coords.data(), n, 2, dc, out.rho.data(),
-                                         out.delta.data(), out.nearest.data(), out.labels.data());
+        const int k = fast ? segment.cluster_densityPeaksM2(out.coords.data(), n, dc,
+                                                            out.rho.data(), out.delta.data(),
+                                                            out.nearest.data(), out.labels.data())
+                           : segment.cluster_densityPeaks(out.coords.data(), n, 2, dc,
+                                                          out.rho.data(), out.delta.data(),
+                                                          out.nearest.data(), out.labels.data());
         out.count = std::max(k, 0);
     } catch (...) {
         out.status = -200;

@@ -50,7 +50,8 @@ struct Clusters {
     std::vector<float> coords, rho, delta;
     std::vector<int> nearest, labels;
 };
-Clusters cluster(const Preprocessed& pre, float dc);
+// fast: the flat-table form (ROI_Segment::cluster_densityPeaksM2).
+Clusters cluster(const Preprocessed& pre, float dc, bool fast = false);
 
 struct Region {
     int status = 0;
