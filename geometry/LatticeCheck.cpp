@@ -115,8 +115,10 @@ std::vector<cv::Point2f> around(const std::vector<cv::Point2f>& dots, double spa
         }
     }
     std::vector<cv::Point2f> out;
-    for (const cv::Point2f& q : dots)
-        if (std::hypot(q.x - dots[seed].x, q.y - dots[seed].y) <= reach) out.push_back(q);
+    for (const cv::Point2f& q : dots) {
+        const double dx = q.x - dots[seed].x, dy = q.y - dots[seed].y;
+        if (dx * dx + dy * dy <= reach * reach) out.push_back(q);
+    }
     return out;
 }
 

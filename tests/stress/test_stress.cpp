@@ -188,8 +188,8 @@ class Determinism : public ::testing::TestWithParam<std::string> {};
 // on the order threads run in. QBCODE_DETERMINISM_FRAMES sets a longer run.
 TEST_P(Determinism, HardFramesReadAlikeAtAnyThreadCountAndConcurrency) {
     const char* env = std::getenv("QBCODE_DETERMINISM_FRAMES");
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-    // The sanitizers' interest is the races, not the frames.
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__) || defined(QBCODE_TEST_EMULATED)
+    // The sanitizers' interest is the races, not the frames; an emulator is slow.
     const int standard = 3;
     const std::vector<int> cvThreadCounts = {2};
 #else
