@@ -13,7 +13,6 @@ class Dots_HessianProcess {
 public:
     void setScale(const std::vector<float>& s);
     void setScale(const float* s, int n);
-    const std::vector<float>& getScale() const { return scales; }
 
     // dst: CV_32FC1 of the size of src. src is converted to CV_32F in place.
     // -100 empty or not single-channel, -112 smaller than 50 in a dimension, -121 kernel too
