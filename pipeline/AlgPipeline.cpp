@@ -8,6 +8,7 @@
 #include <opencv2/core.hpp>
 
 #include "DebugSink.h"
+#include "GridMatch.h"
 #include "Detector.h"
 #include "ImageProcessPipeline.h"
 #include "ImageRotation.h"
@@ -335,7 +336,7 @@ void placeResult(const stages::Decoded& decoded, const Grid_verification::Checks
     if (result.evidence.refined) {
         std::vector<cv::Point2d> ended;
         for (const cv::Point2d& p : decoded.points) ended.push_back(fitted(p));
-        if (!Grid_verification::fitAffine(decoded.ideal, ended, whole)) whole = fit;
+        if (!gridmatch::fitAffine(decoded.ideal, ended, whole)) whole = fit;
     }
     const double fitScale =
         std::sqrt(std::fabs(whole(0, 0) * whole(1, 1) - whole(0, 1) * whole(1, 0)));
@@ -344,7 +345,7 @@ void placeResult(const stages::Decoded& decoded, const Grid_verification::Checks
     result.spacing = gap * fitScale * frames.scaleToInput(uprightFrame);
     const int n = static_cast<int>(decoded.points.size());
     if (n > 0) result.centre = onDots(decoded.points[0]);
-    const int ringStart = 1 + 3 * layer * (layer - 1);
+    const int ringStart = get_dots_num(layer - 1);
     for (int j = 0; j < 6 && layer > 0; ++j) {
         const int i = ringStart + j * layer;
         if (i < n) result.corners[j] = onDots(decoded.points[i]);

@@ -12,12 +12,6 @@ using gridmatch::apply;
 using gridmatch::dist2;
 using gridmatch::nearestOf;
 
-// Kept for the callers that fit through the verification.
-bool Grid_verification::fitAffine(const std::vector<cv::Point2d>& from,
-                                  const std::vector<cv::Point2d>& to, cv::Matx23d& fit) {
-    return gridmatch::fitAffine(from, to, fit);
-}
-
 int Grid_verification::Initiate() {
     enabled = 0;
     if (sysPara == nullptr) return 0;

@@ -53,10 +53,6 @@ public:
     // a blank position, -514 residual).
     int Run(const Input& in, Checks& out) const;
 
-    // gridmatch::fitAffine, for callers that reach it through the verification.
-    static bool fitAffine(const std::vector<cv::Point2d>& from, const std::vector<cv::Point2d>& to,
-                          cv::Matx23d& fit);
-
     SystemPara* sysPara;
     int enabled = 0;
     float blankFill = 0.05f;
