@@ -235,8 +235,9 @@ extern "C" int qbcode_reader_read(qbcode_reader* reader, const unsigned char* im
 
 extern "C" int qbcode_reader_read_all(qbcode_reader* reader, const unsigned char* image, int rows,
                                       int cols, int stride, qbcode_result* results, int capacity) {
+    // A reader that cannot read says why, whatever it was asked.
     const int ready = qbcode_reader_status(reader);
-    if (ready == QBCODE_BAD_HANDLE || ready == QBCODE_BITS_LENGTH) return ready;
+    if (ready < 0) return ready;
     if (capacity <= 0) return 0;
     if (results == nullptr) return QBCODE_NO_RESULT;
     try {

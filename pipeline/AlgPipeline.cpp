@@ -67,6 +67,10 @@ int AlgPipeline::Initialize() {
     }
     const int r = para->readPara("AlgPipeline");
     if (r < 0) return qbcode::paramfile::configStatus(r, -600);
+    // A section of our own that is there but of the wrong type would silently switch off what it
+    // guards (verification among them): the file is refused instead.
+    for (const char* section : {"Verification", "Camera", "Detection"})
+        if (para->readPara(section) == QBCODE_PARAM_TYPE) return QBCODE_PARAM_TYPE;
     // Each ring adds six positions to every grid the tracker samples.
     if (para->layer > qbcode::limits::kMaxLayer) return QBCODE_LAYER_TOO_LARGE;
     debug = para->debug;

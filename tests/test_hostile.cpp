@@ -457,3 +457,58 @@ INSTANTIATE_TEST_SUITE_P(Table, HostileStream, ::testing::ValuesIn(kStreams),
                          [](const ::testing::TestParamInfo<StreamCase>& i) {
                              return i.param.name;
                          });
+
+namespace {
+
+// What a reader handle is handed: claimed sizes, strides and buffers, and its parameter text.
+struct HandleCase {
+    const char* name;
+    std::string yaml;  // empty: the shipped file
+    int rows, cols, stride;
+    bool buffer;
+    int status;
+};
+
+const HandleCase kHandles[] = {
+    {"frame_beyond_the_limits", "", 100000, 100000, 0, true, -712},
+    {"stride_shorter_than_a_row", "", 480, 640, 639, true, -100},
+    {"zero_rows", "", 0, 640, 0, true, -100},
+    {"no_buffer", "", 480, 640, 0, false, -100},
+    {"broken_camera_section", kHeader + "Camera: [1, 2\n", 480, 640, 0, true, -600},
+    {"detection_section_of_the_wrong_type",
+     defaultParams().substr(0, defaultParams().find("Detection:")) + "Detection: 7\n", 480, 640, 0,
+     true, -703},
+};
+
+}  // namespace
+
+class HostileHandle : public ::testing::TestWithParam<HandleCase> {};
+
+TEST_P(HostileHandle, RefusesWithAStatusAndReadsOnAfterwards) {
+    const HandleCase& c = GetParam();
+    qbcode_reader* reader = c.yaml.empty() ? qbcode_reader_new(QBCODE_DEFAULT_PARAMS)
+                                           : qbcode_reader_new_from_yaml(c.yaml.c_str());
+    ASSERT_NE(reader, nullptr);
+    const cv::Mat frame(480, 641, CV_8UC1, cv::Scalar(30));
+    const unsigned char* pixels = c.buffer ? frame.data : nullptr;
+    qbcode_result one, all[2];
+    EXPECT_EQ(qbcode_reader_read(reader, pixels, c.rows, c.cols, c.stride, &one), c.status);
+    const int n = qbcode_reader_read_all(reader, pixels, c.rows, c.cols, c.stride, all, 2);
+    EXPECT_TRUE(n == 0 || n == c.status) << n;
+    const int ready = qbcode_reader_status(reader);
+    EXPECT_EQ(qbcode_reader_read_all(reader, pixels, c.rows, c.cols, c.stride, nullptr, 2),
+              ready < 0 ? ready : QBCODE_NO_RESULT);
+    EXPECT_EQ(qbcode_reader_read(reader, pixels, c.rows, c.cols, c.stride, nullptr),
+              QBCODE_NO_RESULT);
+    // The same handle still reads a code afterwards when its parameters allow it.
+    if (ready == 0) {
+        const cv::Mat code = codeFrame();
+        EXPECT_EQ(qbcode_reader_read(reader, code.data, code.rows, code.cols, 0, &one), 0);
+    }
+    qbcode_reader_free(reader);
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, HostileHandle, ::testing::ValuesIn(kHandles),
+                         [](const ::testing::TestParamInfo<HandleCase>& i) {
+                             return std::string(i.param.name);
+                         });
