@@ -96,25 +96,28 @@ private:
     bool mixed = false;
 };
 
-Decision refused(int status, const FrameView& view) {
-    Decision d;
-    d.result.status = status;
-    d.result.timings.preprocess = view.preprocessMs;
-    d.ratio = view.ratio;
-    return d;
-}
-
 void noteTry(Decision& d, const Views& views, size_t k) {
     d.result.evidence.darkDots = views.dark(k);
     d.result.evidence.tries = static_cast<int>(k + 1);
     d.result.evidence.ratio = d.ratio;
 }
 
-bool repeats(const std::vector<Decision>& codes, const qbcode::Result& r) {
+// A refusal at view k before any decision: the view's ratio and pre-processing time.
+Decision refused(int status, Views& views, size_t k) {
+    const FrameView& view = views.at(k);
+    Decision d;
+    d.result.status = status;
+    d.result.timings.preprocess = view.preprocessMs;
+    d.ratio = view.ratio;
+    noteTry(d, views, k);
+    return d;
+}
+
+// Within two spacings of the centre of a code already read.
+bool nearACode(const std::vector<Decision>& codes, double x, double y) {
     for (const Decision& f : codes) {
         const qbcode::Result& g = f.result;
-        if (std::hypot(g.centre.x - r.centre.x, g.centre.y - r.centre.y) < 2.0 * g.spacing)
-            return true;
+        if (std::hypot(g.centre.x - x, g.centre.y - y) < 2.0 * g.spacing) return true;
     }
     return false;
 }
@@ -127,9 +130,7 @@ bool covered(const std::vector<Decision>& codes, const std::vector<cv::Point2f>&
     for (const cv::Point2f& p : dots) mean += cv::Point2d(p.x, p.y);
     mean *= 1.0 / static_cast<double>(dots.size());
     const cv::Point2d at = view.frames.toInput(mean, view.downsampled);
-    qbcode::Result probe;
-    probe.centre = qbcode::Point{at.x, at.y};
-    return repeats(codes, probe);
+    return nearACode(codes, at.x, at.y);
 }
 
 // The configured region of one view per try, as the original driver reads it: the first try
@@ -141,7 +142,7 @@ Decision readRank(AlgPipeline& engine, const ReadPlan& plan, Views& views,
         const FrameView& view = views.at(k);
         Decision d =
             view.status < 0
-                ? refused(view.status, view)
+                ? refused(view.status, views, k)
                 : engine.decide(view, stages::region(view.pre, view.clusters, rank), plan,
                                 request.imgName, request.keepUpright, request.bits, request.count);
         noteTry(d, views, k);
@@ -171,7 +172,8 @@ Detection detectLegacy(AlgPipeline& engine, const ReadPlan& plan, Views& views,
             if (rank == 0) out.failure = std::move(d);
             continue;
         }
-        if (!repeats(out.codes, d.result)) out.codes.push_back(std::move(d));
+        if (!nearACode(out.codes, d.result.centre.x, d.result.centre.y))
+            out.codes.push_back(std::move(d));
     }
     return out;
 }
@@ -198,9 +200,7 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
         if (k > 0 && !(flipped ? gaps || mixed : unread)) continue;
         const FrameView& view = views.at(k);
         if (view.status < 0) {
-            Decision d = refused(view.status, view);
-            noteTry(d, views, k);
-            refuse(std::move(d), false);
+            refuse(refused(view.status, views, k), false);
             continue;
         }
         const int ranks =
@@ -214,19 +214,15 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
             const LatticeStats lattice = latticeOf(dots, plan.lattice);
             if (!lattice.passes(plan.lattice)) {
                 gaps = gaps || lattice.latticeLike(plan.lattice);
-                ++out.rejected;
-                Decision d = refused(QBCODE_NOT_A_LATTICE, view);
+                Decision d = refused(QBCODE_NOT_A_LATTICE, views, k);
                 d.result.evidence.clusters = view.clusters.count;
                 d.result.evidence.regionDots = static_cast<int>(dots.size());
-                noteTry(d, views, k);
                 refuse(std::move(d), false);
                 continue;
             }
             stages::Region reg = stages::region(view.pre, view.clusters, rank);
             if (reg.status < 0) {
-                Decision d = refused(reg.status, view);
-                noteTry(d, views, k);
-                refuse(std::move(d), false);
+                refuse(refused(reg.status, views, k), false);
                 continue;
             }
             if (covered(out.codes, dots, view)) continue;
@@ -244,7 +240,8 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
                 continue;
             }
             refusals = 0;
-            if (!repeats(out.codes, d.result)) out.codes.push_back(std::move(d));
+            if (!nearACode(out.codes, d.result.centre.x, d.result.centre.y))
+                out.codes.push_back(std::move(d));
             if (request.maxCodes > 0 && static_cast<int>(out.codes.size()) >= request.maxCodes)
                 return out;
         }
@@ -299,7 +296,6 @@ Detection detect(AlgPipeline& engine, const ReadPlan& plan, const cv::Mat& image
     Views views(engine, plan, image, request);
     Detection out = plan.detection ? detectCandidates(engine, plan, views, request)
                                    : detectLegacy(engine, plan, views, request);
-    out.views = views.prepared();
     if (plan.detection) out.failure.result.evidence.tries = views.prepared();
     auto count = [&out](Decision& d) {
         d.result.evidence.candidates = out.candidates;

@@ -53,10 +53,8 @@ struct ReadRequest {
 struct Detection {
     std::vector<Decision> codes;  // every code read, most promising first
     Decision failure;             // why the most promising candidate was refused
-    int views = 0;                // views prepared
     int decisions = 0;            // candidates that reached the angle search
     int candidates = 0;           // clusters looked at
-    int rejected = 0;             // clusters that were not a lattice
     // The first code read, else the failure.
     const Decision& first() const { return codes.empty() ? failure : codes.front(); }
 };
