@@ -117,13 +117,15 @@ accuracy: build photos
 # Open-ended fuzzing with libFuzzer (clang): FUZZ_SECONDS per target, one target after the other
 # on one core (e.g. make fuzz FUZZ_TARGETS=params FUZZ_SECONDS=1800). Each starts from its seeds
 # in fuzz/seeds; a fault's input lands in build-fuzz/artifacts, to be kept in fuzz/regressions.
+# The share of the grown corpus that decodes is printed after each target.
 FUZZ_SECONDS ?= 60
 FUZZ_TARGETS ?= recognition params grade reader
 fuzz: deps
 	@command -v clang++ >/dev/null || $(SUDO) apt-get install -y -qq clang
 	CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 	  -DQBCODE_SANITIZE=ON -DQBCODE_LIBFUZZER=ON -DQBCODE_BUILD_BENCH=OFF -DQBCODE_BUILD_TESTS=OFF
-	cmake --build build-fuzz -j $(JOBS) --target $(addprefix fuzz_,$(FUZZ_TARGETS))
+	cmake --build build-fuzz -j $(JOBS) --target $(addprefix fuzz_,$(FUZZ_TARGETS)) \
+	  $(addsuffix _replay,$(addprefix fuzz_,$(FUZZ_TARGETS)))
 	@for t in $(FUZZ_TARGETS); do \
 	  mkdir -p build-fuzz/corpus/$$t build-fuzz/artifacts; \
 	  dict=""; [ -f fuzz/$$t.dict ] && dict="-dict=$(CURDIR)/fuzz/$$t.dict"; \
@@ -131,6 +133,8 @@ fuzz: deps
 	  (cd build-fuzz && nice ./fuzz/fuzz_$$t -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=4096 \
 	    -timeout=20 -close_fd_mask=1 -print_final_stats=1 $$dict \
 	    -artifact_prefix=artifacts/$$t- corpus/$$t $(CURDIR)/fuzz/seeds/$$t) || exit 1; \
+	  echo "corpus of $$t:"; find build-fuzz/corpus/$$t -type f | \
+	    xargs build-fuzz/fuzz/fuzz_$${t}_replay --iterations=0 | head -n 1; \
 	done
 
 format:

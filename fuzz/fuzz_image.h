@@ -25,12 +25,12 @@ inline Image fromBytes(const uint8_t* data, size_t size) {
         // A code the reader can read: 45 to 85 % of its positions printed, either polarity,
         // small enough a frame for fifty runs a second.
         qbrender::CodeStyle style;
-        style.size = cv::Size(320, 240);
-        style.spacing = 8.0 + data[3] % 14;
+        style.size = cv::Size(256, 192);
+        style.spacing = 8.0 + data[3] % 10;
         style.dotDiameter = style.spacing * (0.3 + (data[4] % 8) * 0.06);
         style.rotationDeg = data[5] * (360.0 / 256.0);
-        style.centre = cv::Point2d(160 + static_cast<int8_t>(data[6]) / 2,
-                                   120 + static_cast<int8_t>(data[7]) / 2);
+        style.centre = cv::Point2d(128 + static_cast<int8_t>(data[6]) / 4,
+                                   96 + static_cast<int8_t>(data[7]) / 4);
         qbrender::CameraOptions cam;
         cam.blurSigma = (data[8] % 4) * 0.5;
         cam.noiseSigma = (data[8] >> 2) % 16;

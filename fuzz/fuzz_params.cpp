@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "SystemPara.h"
+#include "fuzz_report.h"
 #include "qbcode_hexagon_recognition.h"
 #include "qbcode_reader.hpp"
 #include "qbcode_render.h"
@@ -61,7 +62,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         quelbor_hexagon_recognition(img.data, img.rows, img.cols, 0, path.c_str(), bits.data(), len,
                                     box, 4);
         qbcode_result full;
-        qbcode_read(img.data, img.rows, img.cols, 0, path.c_str(), &full);
+        fuzzreport::read(qbcode_read(img.data, img.rows, img.cols, 0, path.c_str(), &full));
         qbcode_reader* reader = qbcode_reader_new_from_yaml(text.c_str());
         qbcode_result all[2];
         qbcode_reader_read_all(reader, img.data, img.rows, img.cols, 0, all, 2);

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "fuzz_report.h"
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 int main(int argc, char** argv) {
@@ -25,13 +27,18 @@ int main(int argc, char** argv) {
             files.push_back(a);
         }
     }
+    int decoding = 0;
     for (const auto& f : files) {
         std::ifstream in(f, std::ios::binary);
         std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)),
                                    std::istreambuf_iterator<char>());
+        const int before = fuzzreport::decodes();
         LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+        decoding += fuzzreport::decodes() > before;
     }
-    if (!files.empty()) std::printf("%zu files, no fault\n", files.size());
+    if (!files.empty())
+        std::printf("%zu files, no fault; %d decode (%.1f %%)\n", files.size(), decoding,
+                    100.0 * decoding / files.size());
     std::mt19937 rng(seed);
     for (int i = 0; i < iterations; ++i) {
         // Mostly short inputs, now and then a long one.

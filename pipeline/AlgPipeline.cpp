@@ -30,9 +30,6 @@ int truncToInt(float v) {
 
 using Clock = std::chrono::steady_clock;
 
-// The size rule chooses ratios in this range: below it a code of any size is a few pixels wide.
-const double kLowestRatio = 0.2;
-
 // One moment on both clocks: the debug lines print raw clock() ticks, the result wall time.
 struct Stamp {
     clock_t ticks = clock();
