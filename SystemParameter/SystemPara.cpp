@@ -128,10 +128,16 @@ int readKeys(const cv::FileStorage& fs, const std::string& section, KeyList& key
         return QBCODE_PARAM_TYPE;
     }
     for (auto& key : keys) {
-        cv::FileNode value = node[key.first];
-        if (value.empty()) return -2;
+        // A name starting with '?' is a key added later: a file without it keeps its meaning.
+        const bool optional = key.first[0] == '?';
+        const char* name = key.first + (optional ? 1 : 0);
+        cv::FileNode value = node[name];
+        if (value.empty()) {
+            if (optional) continue;
+            return -2;
+        }
         if (!key.second(value)) {
-            if (badKey.empty()) badKey = section + "." + key.first;
+            if (badKey.empty()) badKey = section + "." + name;
             return QBCODE_PARAM_TYPE;
         }
     }
@@ -250,7 +256,8 @@ KeyList SystemPara::keysFor(const std::string& section) {
                 {"matchRadius", floatKey(verify_matchRadius)},
                 {"maxMissing", intKey(verify_maxMissing)},
                 {"maxResidual", floatKey(verify_maxResidual)},
-                {"maxUnexplained", intKey(verify_maxUnexplained)}};
+                {"maxUnexplained", intKey(verify_maxUnexplained)},
+                {"?minConfidence", floatKey(verify_minConfidence)}};
     } else if (section == "Camera") {
         keys = {{"polarity", intKey(cam_polarity)},
                 {"retryPolarity", intKey(cam_retryPolarity)},

@@ -108,6 +108,9 @@ public:
     int verify_maxMissing = 0;
     float verify_maxResidual = 0.15f;
     int verify_maxUnexplained = 0;
+    // Weakest position confidence a read may have; below -1 (a file without the key) no read is
+    // refused for it.
+    float verify_minConfidence = -2.0f;
     // Camera (absent from older files: one read, bright dots, the crop as cut)
     int cam_polarity = 0;  // 0 bright dots, 1 dark dots, 2 decided per frame
     int cam_retryPolarity = 0;

@@ -71,6 +71,10 @@ typedef struct qbcode_result {
     qbcode_checks checks;
     qbcode_timings timings;
     char message[128]; /* what a configuration error names (a key), or "" */
+    /* Per position, bit order: 1 at the grey level its bit says, 0 halfway to the other level,
+     * below 0 beyond it or on an object that is neither (see qbcode::Result::confidence). */
+    double confidence[QBCODE_MAX_BITS];
+    double decision_margin; /* the weakest position's confidence */
 } qbcode_result;
 
 /* Reads the code in an 8-bit grey image of rows x cols pixels whose rows lie stride bytes

@@ -127,6 +127,12 @@ struct Result {
     std::array<Point, 6> corners{};  // corner dots of the outer ring, input pixels
     // How far the weakest bit is from its decision: min |fill - threshold| / threshold.
     double margin = 0.0;
+    // Per position, in bit order: how plainly its grey level is the one its bit says, against
+    // the dot and background levels of the code's positions nearby (1 at that level, 0 halfway,
+    // below 0 beyond the other level or neither), and the gaps around it background. Filled
+    // whenever the bits were read, also when a check then refused them.
+    std::vector<double> confidence;
+    double decisionMargin = 0.0;  // the weakest position's confidence
     Checks checks;
     Evidence evidence;
     Timings timings;

@@ -50,6 +50,8 @@ extern "C" {
     X(QBCODE_VERIFY_MISSING_DOT, -513, "verify-missing-dot")           \
     X(QBCODE_VERIFY_RESIDUAL, -514, "verify-residual")                 \
     X(QBCODE_VERIFY_UNEXPLAINED_DOT, -515, "verify-unexplained-dot")   \
+    X(QBCODE_VERIFY_UNSURE, -516, "verify-unsure")                     \
+    X(QBCODE_VERIFY_COVERED, -517, "verify-covered")                   \
     X(QBCODE_BLOB_INPUT, -505, "blob-input")                           \
     X(QBCODE_CONFIG, -600, "config")                                   \
     X(QBCODE_BLOB_CONFIG, -602, "blob-config")                         \

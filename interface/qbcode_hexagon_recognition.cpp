@@ -98,6 +98,9 @@ void fillResult(const qbcode::Result& r, qbcode_result* out) {
     out->centre = qbcode_point{r.centre.x, r.centre.y};
     for (int j = 0; j < 6; ++j) out->corners[j] = qbcode_point{r.corners[j].x, r.corners[j].y};
     out->margin = r.margin;
+    const int m = std::min<int>(static_cast<int>(r.confidence.size()), QBCODE_MAX_BITS);
+    for (int i = 0; i < m; ++i) out->confidence[i] = r.confidence[i];
+    out->decision_margin = r.decisionMargin;
     out->checks.verified = r.checks.verified ? 1 : 0;
     out->checks.blank_fill = r.checks.blankFill;
     out->checks.outside = r.checks.outside;

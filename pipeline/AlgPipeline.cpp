@@ -353,8 +353,11 @@ void placeResult(const stages::Decoded& decoded, const Grid_verification::Checks
     }
 }
 
-void noteChecks(const stages::Decoded& decoded, const Grid_verification::Checks& checks,
+void noteChecks(const stages::Decoded& decoded, const stages::Verified& verified,
                 qbcode::Result& result) {
+    const Grid_verification::Checks& checks = verified.checks;
+    result.confidence = verified.confidence.positions;
+    result.decisionMargin = verified.confidence.margin;
     qbcode::Evidence& evidence = result.evidence;
     evidence.markerRatio = decoded.markerRatio;
     evidence.fill = decoded.fill;
@@ -412,7 +415,7 @@ int AlgPipeline::readBits(Work& w, const ReadPlan& plan, const std::string& imgN
     }
     result.timings.verify = v.ms();
     if (decoded.status < 0) return failure;
-    noteChecks(decoded, verified.checks, result);
+    noteChecks(decoded, verified, result);
     if (failure < 0) return failure;
     result.checks.verified = verified.enabled;
     if (bits != nullptr) {

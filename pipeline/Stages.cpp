@@ -8,6 +8,7 @@
 
 #include "CodeFormat.h"
 #include "FrameChain.h"
+#include "GridMatch.h"
 #include "Grid_refinement.h"
 #include "Hexagon_Dots_tracking.h"
 #include "LatticeCheck.h"
@@ -395,6 +396,46 @@ Decoded refine(const cv::Mat& greyUpright, const std::vector<cv::Point2d>& centr
     return out;
 }
 
+namespace {
+
+// The positions as fitted to the detected dots, each moved further by the mean offset of the
+// detected dots around it from their positions: a tilted print bends the grid where one affine
+// fit cannot follow.
+std::vector<cv::Point2d> followDots(const std::vector<cv::Point2d>& grid,
+                                    const std::vector<int>& bits,
+                                    const std::vector<cv::Point2d>& centroids,
+                                    const Grid_verification::Checks& checks, double gap) {
+    const cv::Matx23d fit = checks.fitted ? checks.fit : cv::Matx23d(1, 0, 0, 0, 1, 0);
+    std::vector<cv::Point2d> placed;
+    for (const cv::Point2d& p : grid) placed.push_back(gridmatch::apply(fit, p));
+    // Matched from where the last pass put the positions, so a bend larger than the match
+    // radius is followed step by step.
+    const double match2 = 0.33 * 0.33 * gap * gap, reach2 = 1.6 * 1.6 * gap * gap;
+    std::vector<cv::Point2d> out = placed;
+    for (int pass = 0; pass < 3; ++pass) {
+        std::vector<std::pair<cv::Point2d, cv::Point2d>> offsets;  // (position, dot - position)
+        for (size_t i = 0; i < placed.size() && i < bits.size(); ++i) {
+            if (!bits[i]) continue;
+            const int j = gridmatch::nearestOf(out[i], centroids);
+            if (j >= 0 && gridmatch::dist2(centroids[j], out[i]) <= match2)
+                offsets.emplace_back(placed[i], centroids[j] - placed[i]);
+        }
+        for (size_t i = 0; i < placed.size(); ++i) {
+            cv::Point2d sum(0, 0);
+            int count = 0;
+            for (const auto& [at, offset] : offsets)
+                if (gridmatch::dist2(at, placed[i]) <= reach2) {
+                    sum += offset;
+                    ++count;
+                }
+            out[i] = count > 0 ? placed[i] + sum / count : placed[i];
+        }
+    }
+    return out;
+}
+
+}  // namespace
+
 Verified verify(const Decoded& decoded, const Preprocessed& pre, const FrameChain& frames,
                 int downsampled, int regionFrame, int uprightFrame, cv::Size regionSize, float gap,
                 bool camera, float frameMargin, SystemPara* para) {
@@ -424,6 +465,17 @@ Verified verify(const Decoded& decoded, const Preprocessed& pre, const FrameChai
     in.toKept = cv::Matx23d(ex.x, ey.x, o.x, ex.y, ey.y, o.y);
     in.centroids = centroidsIn(pre, frames, downsampled, uprightFrame);
     out.status = verification.Run(in, out.checks);
+    // Grey levels from the frame the chain read (frame 1, after the fixed pre-crop), at full
+    // resolution (the downsampled frame has lost the levels of small dots), at the positions as
+    // fitted to the detected dots.
+    confidence::Input levels;
+    levels.grey = pre.input;
+    levels.bits = in.bits;
+    levels.spacing = gap * frames.scaleToInput(uprightFrame);
+    for (const cv::Point2d& p : followDots(decoded.points, in.bits, in.centroids, out.checks, gap))
+        levels.points.push_back(frames.map(p, uprightFrame, 1));
+    out.confidence = confidence::measure(levels);
+    if (out.status == 0) out.status = verification.Judge(out.confidence);
     out.enabled = verification.enabled != 0;
     return out;
 }

@@ -131,6 +131,7 @@ struct Verified {
     int status = 0;
     bool enabled = false;  // the checks could refuse (the parameter file turns them on)
     Grid_verification::Checks checks;
+    confidence::Output confidence;
 };
 // Frames: the downsampled one (the centroids'), the region crop the upright turn read from, and
 // the upright frame of the grid.

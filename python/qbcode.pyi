@@ -50,6 +50,13 @@ class Result:
     def margin(self) -> float:
         """How far the weakest bit is from its decision, relative to the threshold."""
     @property
+    def confidence(self) -> List[float]:
+        """Per position, bit order: 1 at the grey level its bit says, 0 halfway to the other
+        level, below 0 beyond it or on an object that is neither."""
+    @property
+    def decision_margin(self) -> float:
+        """The weakest position's confidence."""
+    @property
     def checks(self) -> Dict[str, Union[bool, int, float]]:
         """The verification's measurements: verified, blank_fill, outside, markers_matched,
         dots_matched, dots_missing, dots_unexplained, residual, correlation, marker_ratio."""

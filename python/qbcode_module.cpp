@@ -222,6 +222,11 @@ PYBIND11_MODULE(qbcode, m) {
             "(x, y) of the six corner dots of the outer ring")
         .def_readonly("margin", &qbcode::Result::margin,
                       "how far the weakest bit is from its decision, relative to the threshold")
+        .def_readonly("confidence", &qbcode::Result::confidence,
+                      "per position, bit order: 1 at the grey level its bit says, 0 halfway to "
+                      "the other level, below 0 beyond it or on an object that is neither")
+        .def_readonly("decision_margin", &qbcode::Result::decisionMargin,
+                      "the weakest position's confidence")
         .def_property_readonly("checks", &checksOf, "the verification's measurements, as a dict")
         .def_property_readonly("how", &howOf,
                                "views tried, candidates looked at and decided, ratio, polarity")

@@ -144,8 +144,9 @@ TEST_F(ReadCommand, JsonAndTimings) {
                              "\", \"status\": 0, \"name\": \"ok\", \"bits\": \"" + bitsOf(code()) +
                              "\", \"payload\": \"";
     EXPECT_EQ(o.out.rfind(head, 0), 0u) << o.out;
-    for (const char* key : {"timings_ms\": {\"preprocess\": ", "orientation", "angle", "spacing",
-                            "centre", "corners", "margin", "checks\": {\"verified\": true"})
+    for (const char* key :
+         {"timings_ms\": {\"preprocess\": ", "orientation", "angle", "spacing", "centre", "corners",
+          "margin", "decision_margin", "confidence\": [", "checks\": {\"verified\": true"})
         EXPECT_NE(o.out.find("\"" + std::string(key)), std::string::npos) << key;
     EXPECT_NE(o.out.find("}},\n  {\"image\""), std::string::npos);
     EXPECT_EQ(o.out.substr(o.out.size() - 5), "}}\n]\n");

@@ -146,6 +146,9 @@ TEST(ExtendedCall, AgreesWithTheOriginalCallOnAnyStride) {
         EXPECT_EQ(r.checks.verified, 1);
         EXPECT_EQ(r.checks.markers_matched, 18);
         EXPECT_GT(r.margin, 0.0);
+        // A clean print: every position plainly what its bit says.
+        EXPECT_GT(r.decision_margin, 0.5);
+        EXPECT_EQ(*std::min_element(r.confidence, r.confidence + 91), r.decision_margin);
         EXPECT_GT(r.timings.total, 0.0);
     }
     EXPECT_EQ(qbcode_read(img.data, img.rows, img.cols, 0, QBCODE_DEFAULT_PARAMS, nullptr),

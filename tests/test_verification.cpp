@@ -98,3 +98,96 @@ INSTANTIATE_TEST_SUITE_P(Grids, Verification,
                          });
 
 }  // namespace
+
+namespace {
+
+// What lies on the code, drawn over a clean print of it.
+enum class Over { Nothing, Gradient, GreyOnADot, DarkOnADot, SpeckOnAGap };
+
+struct LevelCase {
+    const char* name;
+    Over over;
+    bool refused;  // with minConfidence -0.4
+    bool byGap;    // the weakest value comes from a gap
+};
+
+void PrintTo(const LevelCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class Confidence : public ::testing::TestWithParam<LevelCase> {};
+
+// The bits are the truth, except where an object hides a dot: there they are what the binary
+// image shows (blank). Only the grey levels can tell.
+TEST_P(Confidence, FlagsWhatIsNeitherDotNorBackground) {
+    const LevelCase& c = GetParam();
+    qbrender::CodeStyle style;
+    style.size = cv::Size(320, 300);
+    style.spacing = kSpacing;
+    style.dotDiameter = 0.6 * kSpacing;
+    style.centre = kCentre;
+    qbrender::CameraOptions camera;
+    camera.blurSigma = 0.8;
+    camera.noiseSigma = 3.0;
+    confidence::Input in;
+    in.bits = qbrender::randomBits(11);
+    in.grey = qbrender::renderCamera(in.bits, style, camera);
+    in.points = gridAt(0);
+    in.spacing = kSpacing;
+    int dot = 30;  // a printed position of the third ring
+    while (!in.bits[dot]) ++dot;
+    const cv::Point at(in.points[dot]);
+    switch (c.over) {
+        case Over::Nothing:
+            break;
+        case Over::Gradient: {
+            cv::Mat ramp(in.grey.size(), CV_32F);
+            for (int x = 0; x < ramp.cols; ++x) ramp.col(x).setTo(0.5 + 0.5 * x / ramp.cols);
+            cv::Mat f;
+            in.grey.convertTo(f, CV_32F);
+            cv::multiply(f, ramp, f);
+            f.convertTo(in.grey, CV_8U);
+            break;
+        }
+        case Over::GreyOnADot:
+            cv::circle(in.grey, at, static_cast<int>(0.45 * kSpacing), cv::Scalar(125), cv::FILLED);
+            in.bits[dot] = 0;
+            break;
+        case Over::DarkOnADot:
+            cv::circle(in.grey, at, static_cast<int>(0.7 * kSpacing), cv::Scalar(5), cv::FILLED);
+            in.bits[dot] = 0;
+            break;
+        case Over::SpeckOnAGap: {
+            const cv::Point2d gap = (in.points[0] + in.points[1] + in.points[2]) / 3.0;
+            cv::circle(in.grey, cv::Point(gap), 3, cv::Scalar(220), cv::FILLED);
+            break;
+        }
+    }
+    const confidence::Output out = confidence::measure(in);
+    ASSERT_EQ(out.positions.size(), in.bits.size());
+
+    Grid_verification verification(nullptr);
+    verification.enabled = 1;
+    verification.minConfidence = -0.4f;
+    EXPECT_EQ(verification.Judge(out) != 0, c.refused) << "margin " << out.margin;
+    if (c.refused) {
+        EXPECT_EQ(out.weakestByGap, c.byGap);
+        EXPECT_EQ(verification.Judge(out), c.byGap ? -517 : -516);
+    } else {
+        EXPECT_GT(out.margin, 0.3);
+    }
+    // Without the key, or with the section off, nothing is refused.
+    verification.minConfidence = -2.0f;
+    EXPECT_EQ(verification.Judge(out), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Prints, Confidence,
+    ::testing::Values(LevelCase{"Clean", Over::Nothing, false, false},
+                      LevelCase{"LightFallingOff", Over::Gradient, false, false},
+                      LevelCase{"GreyObjectOnADot", Over::GreyOnADot, true, false},
+                      LevelCase{"DarkObjectOverADot", Over::DarkOnADot, true, false},
+                      LevelCase{"SpeckOnAGap", Over::SpeckOnAGap, true, true}),
+    [](const ::testing::TestParamInfo<LevelCase>& info) { return std::string(info.param.name); });
+
+}  // namespace

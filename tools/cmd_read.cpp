@@ -63,7 +63,8 @@ void printCode(const std::string& label, const qbcode::Result& q, bool timed, co
                   << std::endl;
         std::cout << "  centre: " << q.centre.x << ' ' << q.centre.y << "  angle: " << q.angle
                   << "  spacing: " << q.spacing << std::endl;
-        std::cout << "  margin: " << q.margin << std::endl;
+        std::cout << "  margin: " << q.margin << "  decision margin: " << q.decisionMargin
+                  << std::endl;
     }
     if (ms != nullptr) std::cout << "  time: " << *ms << " ms" << std::endl;
     if (timed) {
@@ -101,7 +102,11 @@ void printCodeJson(const qbcode::Result& q, bool timed, const double* ms) {
                   << ", \"corners\": [";
         for (size_t j = 0; j < q.corners.size(); ++j)
             std::cout << (j ? ", " : "") << pointJson(q.corners[j]);
-        std::cout << "], \"margin\": " << q.margin;
+        std::cout << "], \"margin\": " << q.margin << ", \"decision_margin\": " << q.decisionMargin
+                  << ", \"confidence\": [";
+        for (size_t i = 0; i < q.confidence.size(); ++i)
+            std::cout << (i ? ", " : "") << q.confidence[i];
+        std::cout << "]";
     }
     const qbcode::Checks& c = q.checks;
     std::cout << ", \"checks\": {\"verified\": " << (c.verified ? "true" : "false")

@@ -25,6 +25,7 @@ int Grid_verification::Initiate() {
     maxMissing = sysPara->verify_maxMissing;
     maxResidual = sysPara->verify_maxResidual;
     maxUnexplained = sysPara->verify_maxUnexplained;
+    minConfidence = sysPara->verify_minConfidence;
     return 1;
 }
 
@@ -115,4 +116,9 @@ int Grid_verification::Run(const Input& in, Checks& out) const {
     if (out.dotsUnexplained > maxUnexplained) return -515;
     if (out.residual > maxResidual) return -514;
     return 0;
+}
+
+int Grid_verification::Judge(const confidence::Output& levels) const {
+    if (!enabled || !(levels.margin < minConfidence)) return 0;
+    return levels.weakestByGap ? -517 : -516;
 }

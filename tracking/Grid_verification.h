@@ -6,6 +6,8 @@
 
 #include <opencv2/core.hpp>
 
+#include "Grid_confidence.h"
+
 class SystemPara;
 
 class Grid_verification {
@@ -52,6 +54,9 @@ public:
     // check's status (-511 outside, -512 markers, -510 blank filled, -513 missing, -515 a dot on
     // a blank position, -514 residual).
     int Run(const Input& in, Checks& out) const;
+    // With the section's "enabled" and "minConfidence": -516 when the weakest position is neither
+    // dot nor background, -517 when what lies on the gaps around it is not background; else 0.
+    int Judge(const confidence::Output& levels) const;
 
     SystemPara* sysPara;
     int enabled = 0;
@@ -63,4 +68,5 @@ public:
     int maxMissing = 0;
     float maxResidual = 0.15f;
     int maxUnexplained = 0;
+    float minConfidence = -2.0f;
 };

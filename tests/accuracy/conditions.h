@@ -62,7 +62,129 @@ struct Scene {
     double tiltHi = -1;  // >= 0: tilt uniform from cam.tiltDeg to tiltHi
     int minDots = 45, maxDots = 91;
     double cut = 0;  // share of the code's radius pushed past a random frame edge
+    // Drawn over the finished frame: things lying on the code (the style as rendered).
+    std::function<void(cv::Mat&, const qbrender::CodeStyle&, Rng&)> over;
 };
+
+// Grid positions in frame pixels (x, y) of an upright-rendered, untilted code.
+inline std::vector<cv::Point2d> gridPoints(const qbrender::CodeStyle& style) {
+    std::vector<cv::Point2d> out;
+    for (const cv::Point2d& o : qbrender::gridOffsets(5, style.spacing, style.rotationDeg))
+        out.emplace_back(style.centre.x + o.y, style.centre.y + o.x);
+    return out;
+}
+
+// Lays a shape (mask, 255 inside) of one grey level over the frame, with a little texture of
+// its own and hard or soft edges.
+inline void layOver(cv::Mat& frame, cv::Mat mask, double level, double softPx, Rng& rng) {
+    if (softPx > 0.6) cv::GaussianBlur(mask, mask, cv::Size(), softPx);
+    cv::Mat texture(frame.size(), CV_32F);
+    cv::randn(texture, 0.0, 6.0);
+    cv::GaussianBlur(texture, texture, cv::Size(), 1.5);
+    for (int y = 0; y < frame.rows; ++y)
+        for (int x = 0; x < frame.cols; ++x) {
+            const double a = mask.at<uchar>(y, x) / 255.0;
+            if (a <= 0.0) continue;
+            uchar& p = frame.at<uchar>(y, x);
+            p = cv::saturate_cast<uchar>(p * (1 - a) + (level + texture.at<float>(y, x)) * a);
+        }
+    (void)rng;
+}
+
+// Kinds of object lying on a code.
+enum class Cover { Grey, Dark, Bright, Large, Scratch, Specks };
+
+inline void drawCover(cv::Mat& frame, const qbrender::CodeStyle& style, Cover kind, Rng& rng) {
+    const std::vector<cv::Point2d> grid = gridPoints(style);
+    const double s = style.spacing, bg = style.background, fg = style.foreground;
+    cv::Mat mask = cv::Mat::zeros(frame.size(), CV_8U);
+    auto soft = [&] { return rng() % 2 ? uniform(rng, 0.1, 0.3) * s : 0.0; };
+    // Somewhere on rings 2 to 5.
+    auto onRings = [&] { return grid[7 + rng() % (grid.size() - 7)]; };
+    auto ellipse = [&](double lo, double hi) {
+        const cv::Point2d c =
+            onRings() + cv::Point2d(uniform(rng, -0.5, 0.5) * s, uniform(rng, -0.5, 0.5) * s);
+        const cv::Size axes(static_cast<int>(uniform(rng, lo, hi) * s / 2),
+                            static_cast<int>(uniform(rng, lo, hi) * s / 2));
+        cv::ellipse(mask, cv::Point(c), axes, uniform(rng, 0, 180), 0, 360, 255, -1, cv::LINE_AA);
+    };
+    switch (kind) {
+        case Cover::Grey:
+        case Cover::Dark:
+        case Cover::Bright: {
+            const int count = 1 + static_cast<int>(rng() % 3);
+            for (int k = 0; k < count; ++k) ellipse(0.5, 1.6);
+            const double level = kind == Cover::Grey ? bg + (fg - bg) * uniform(rng, 0.3, 0.7)
+                                 : kind == Cover::Dark
+                                     ? std::max(0.0, bg - uniform(rng, 15, 40))
+                                     : std::min(255.0, fg + uniform(rng, -20, 35));
+            layOver(frame, mask, level, soft(), rng);
+            break;
+        }
+        case Cover::Large:
+            ellipse(1.6, 3.2);
+            layOver(frame, mask, bg + (fg - bg) * uniform(rng, 0, 1), soft(), rng);
+            break;
+        case Cover::Scratch: {
+            const cv::Point2d c = grid[rng() % 19];
+            const double a = uniform(rng, 0, CV_PI), len = 8 * s;
+            const cv::Point2d d(std::cos(a) * len, std::sin(a) * len);
+            cv::line(mask, cv::Point(c - d), cv::Point(c + d), 255,
+                     std::max(1, static_cast<int>(uniform(rng, 0.1, 0.3) * s)), cv::LINE_AA);
+            layOver(frame, mask, bg + (fg - bg) * uniform(rng, 0.3, 1.0), soft() / 3, rng);
+            break;
+        }
+        case Cover::Specks: {
+            // Dots of ink between the positions: on the gaps of three neighbours or between two.
+            const int count = 2 + static_cast<int>(rng() % 5);
+            for (int k = 0; k < count; ++k) {
+                const cv::Point2d a = onRings();
+                const double t = uniform(rng, 0, 2 * CV_PI), r = uniform(rng, 0.45, 0.6) * s;
+                const cv::Point2d at = a + cv::Point2d(std::cos(t) * r, std::sin(t) * r);
+                cv::circle(mask, cv::Point(at),
+                           std::max(1, static_cast<int>(uniform(rng, 0.1, 0.25) * s)), 255, -1,
+                           cv::LINE_AA);
+            }
+            layOver(frame, mask, fg - uniform(rng, 0, 40), 0.0, rng);
+            break;
+        }
+    }
+}
+
+// A code printed straight onto a photograph: the dots are ink on the photograph's texture.
+inline Sample codeOnPhoto(Rng& rng, const std::vector<cv::Mat>& photos) {
+    Sample out;
+    cv::Mat photo = photos[rng() % photos.size()].clone();
+    qbrender::CodeStyle style;
+    style.spacing = uniform(rng, 16, 30);
+    style.dotDiameter = style.spacing * uniform(rng, 0.5, 0.7);
+    style.rotationDeg = uniform(rng, 0, 360);
+    style.background = 0;
+    style.foreground = 255;
+    qbrender::CameraOptions none;
+    out.bits = randomCode(rng, 45);
+    const cv::Mat ink = qbrender::renderCamera(out.bits, style, none);
+    const bool darkInk = rng() % 2;
+    const double level = darkInk ? uniform(rng, 0, 40) : uniform(rng, 215, 255);
+    out.image = photo;
+    for (int y = 0; y < photo.rows; ++y)
+        for (int x = 0; x < photo.cols; ++x) {
+            const double a = ink.at<uchar>(y, x) / 255.0;
+            uchar& p = out.image.at<uchar>(y, x);
+            p = cv::saturate_cast<uchar>(p * (1 - a) + level * a);
+        }
+    qbrender::CameraOptions cam;
+    cam.blurSigma = uniform(rng, 0, 1);
+    cam.noiseSigma = uniform(rng, 0, 4);
+    cv::GaussianBlur(out.image, out.image, cv::Size(), std::max(0.3, cam.blurSigma));
+    cv::Mat noise(out.image.size(), CV_32F);
+    cv::randn(noise, 0.0, cam.noiseSigma);
+    cv::Mat f;
+    out.image.convertTo(f, CV_32F);
+    f += noise;
+    f.convertTo(out.image, CV_8U);
+    return out;
+}
 
 inline Sample renderScene(const Scene& s, Rng& rng) {
     qbrender::CodeStyle style = s.style;
@@ -93,6 +215,7 @@ inline Sample renderScene(const Scene& s, Rng& rng) {
     Sample out;
     out.bits = randomCode(rng, s.minDots, s.maxDots);
     out.image = qbrender::renderCamera(out.bits, style, cam);
+    if (s.over) s.over(out.image, style, rng);
     return out;
 }
 
@@ -285,6 +408,20 @@ inline std::vector<Condition> buildConditions(const std::vector<cv::Mat>& photos
     if (!photos.empty())
         add("label on a photograph", "", 0, "camera",
             [photos](Rng& rng) { return labelOnPhoto(rng, photos); });
+    // Things lying on the code: a read must come back exact or be refused.
+    const std::pair<const char*, Cover> covers[] = {
+        {"grey objects on the code", Cover::Grey},     {"dark objects on the code", Cover::Dark},
+        {"bright objects on the code", Cover::Bright}, {"large object on the code", Cover::Large},
+        {"scratch across the code", Cover::Scratch},   {"specks between positions", Cover::Specks}};
+    for (const auto& [name, kind] : covers)
+        variant(name, "cover", [kind = kind](Scene& s) {
+            s.over = [kind](cv::Mat& frame, const qbrender::CodeStyle& style, Rng& rng) {
+                drawCover(frame, style, kind, rng);
+            };
+        });
+    if (!photos.empty())
+        add("code printed on a photograph", "", 0, "cover",
+            [photos](Rng& rng) { return codeOnPhoto(rng, photos); });
     if (!photos.empty())
         add("photographs", "", 0, "nocode", [photos](Rng& rng) {
             cv::Mat out = photos[rng() % photos.size()].clone();

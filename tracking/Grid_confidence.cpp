@@ -1,0 +1,178 @@
+#include "Grid_confidence.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace confidence {
+
+namespace {
+
+// Grey level of a disc: small enough to stay on the smallest printed dot, large enough to
+// average the sensor's noise. The mean, or the median where the blur of a dot nearby reaches
+// into one side of it. Pixels outside the image do not count; none at all gives -1.
+double discLevel(const cv::Mat& grey, cv::Point2d p, double radius, bool median) {
+    const int cx = static_cast<int>(std::floor(p.x + 0.5)),
+              cy = static_cast<int>(std::floor(p.y + 0.5));
+    const int r = std::max(0, static_cast<int>(radius));
+    const int r2 = static_cast<int>(radius * radius);
+    std::vector<uchar> values;
+    for (int dy = -r; dy <= r; ++dy) {
+        const int y = cy + dy;
+        if (y < 0 || y >= grey.rows) continue;
+        const uchar* row = grey.ptr<uchar>(y);
+        for (int dx = -r; dx <= r; ++dx) {
+            const int x = cx + dx;
+            if (x >= 0 && x < grey.cols && dx * dx + dy * dy <= r2) values.push_back(row[x]);
+        }
+    }
+    if (values.empty()) return -1.0;
+    if (median) {
+        std::nth_element(values.begin(), values.begin() + static_cast<long>(values.size() / 2),
+                         values.end());
+        return values[values.size() / 2];
+    }
+    long sum = 0;
+    for (uchar v : values) sum += v;
+    return static_cast<double>(sum) / static_cast<double>(values.size());
+}
+
+double median(std::vector<double>& v) {
+    if (v.empty()) return -1.0;
+    const size_t mid = v.size() / 2;
+    std::nth_element(v.begin(), v.begin() + static_cast<long>(mid), v.end());
+    return v[mid];
+}
+
+double dist2(cv::Point2d a, cv::Point2d b) {
+    const cv::Point2d d = a - b;
+    return d.x * d.x + d.y * d.y;
+}
+
+}  // namespace
+
+Output measure(const Input& in) {
+    Output out;
+    const int n = static_cast<int>(std::min(in.points.size(), in.bits.size()));
+    if (n == 0 || in.grey.empty() || in.grey.type() != CV_8UC1 || !(in.spacing > 0.0)) return out;
+    const double s = in.spacing;
+    // Neighbours one step apart, and the gaps: centres of three mutual neighbours.
+    const double step2 = 1.3 * 1.3 * s * s;
+    std::vector<std::vector<int>> next(static_cast<size_t>(n));
+    for (int i = 0; i < n; ++i)
+        for (int j = i + 1; j < n; ++j)
+            if (dist2(in.points[i], in.points[j]) < step2) {
+                next[i].push_back(j);
+                next[j].push_back(i);
+            }
+    // Samples small enough for the smallest printed dot and the narrowest gap: a tilted print
+    // squeezes the grid along one direction, so the radius follows each position's nearest
+    // neighbour.
+    std::vector<double> radius(static_cast<size_t>(n), 0.15 * s);
+    for (int i = 0; i < n; ++i)
+        for (int j : next[i])
+            radius[i] = std::min(radius[i], 0.15 * std::sqrt(dist2(in.points[i], in.points[j])));
+    std::vector<double> level(static_cast<size_t>(n));
+    for (int i = 0; i < n; ++i)
+        level[i] = discLevel(in.grey, in.points[i], std::max(0.75, radius[i]), false);
+
+    struct Gap {
+        cv::Point2d at;
+        int corner[3];
+    };
+    std::vector<Gap> gaps;
+    for (int i = 0; i < n; ++i)
+        for (int j : next[i])
+            for (int k : next[j])
+                if (i < j && j < k && std::find(next[i].begin(), next[i].end(), k) != next[i].end())
+                    gaps.push_back({(in.points[i] + in.points[j] + in.points[k]) / 3.0, {i, j, k}});
+
+    // Every sample: the positions, then the gaps. Kinds: 0 background, 1 dot, 2 + k a gap with
+    // k printed corners (a gap between printed dots catches their blur).
+    struct Sample {
+        cv::Point2d at;
+        double level;
+        int kind;
+    };
+    std::vector<Sample> samples;
+    for (int i = 0; i < n; ++i) samples.push_back({in.points[i], level[i], in.bits[i] ? 1 : 0});
+    // A tilt squeezes some gaps until the blur of their printed corners fills them: gaps much
+    // closer to a printed corner than gaps usually are stay out.
+    auto clearance = [&](const Gap& g) {
+        double d = 1e300;
+        for (int corner : g.corner)
+            if (in.bits[corner]) d = std::min(d, dist2(g.at, in.points[corner]));
+        return d;
+    };
+    std::vector<double> clearances;
+    for (const Gap& g : gaps) clearances.push_back(std::min(clearance(g), 0.34 * s * s));
+    const double usual = median(clearances);
+    gaps.erase(std::remove_if(gaps.begin(), gaps.end(),
+                              [&](const Gap& g) { return clearance(g) < 0.64 * usual; }),
+               gaps.end());
+    for (const Gap& g : gaps) {
+        int printed = 0;
+        for (int corner : g.corner) printed += in.bits[corner] ? 1 : 0;
+        const double r =
+            0.8 * std::min({radius[g.corner[0]], radius[g.corner[1]], radius[g.corner[2]]});
+        samples.push_back({g.at, discLevel(in.grey, g.at, std::max(0.75, r), true), 2 + printed});
+    }
+    // The level a sample's kind has around it: the median of the code's own samples of that kind
+    // within reach, or of the nearest seven where fewer lie near. A median shrugs off the few
+    // samples an object covers; shadows and gradients move it along.
+    const double reach2 = 2.2 * 2.2 * s * s;
+    auto levelNear = [&](cv::Point2d p, int kind) {
+        std::vector<std::pair<double, double>> byDistance;  // (squared distance, level)
+        for (const Sample& o : samples)
+            if (o.kind == kind && o.level >= 0.0) byDistance.emplace_back(dist2(o.at, p), o.level);
+        const size_t nearest = std::min<size_t>(7, byDistance.size());
+        std::partial_sort(byDistance.begin(), byDistance.begin() + static_cast<long>(nearest),
+                          byDistance.end());
+        std::vector<double> near;
+        for (size_t k = 0; k < byDistance.size(); ++k)
+            if (k < nearest || byDistance[k].first <= reach2) near.push_back(byDistance[k].second);
+        return median(near);
+    };
+    const size_t total = samples.size();
+    std::vector<double> expected(total), contrast(total), residual[3];
+    for (size_t k = 0; k < total; ++k) {
+        const Sample& o = samples[k];
+        expected[k] = levelNear(o.at, o.kind);
+        contrast[k] = levelNear(o.at, 1) - levelNear(o.at, 0);
+        if (o.level >= 0.0 && expected[k] >= 0.0)
+            residual[std::min(o.kind, 2)].push_back(std::fabs(o.level - expected[k]));
+    }
+    // How far samples of a kind stray from their level over the whole code: noise, texture and
+    // print. One that strays several times further is something else.
+    double spread[3];
+    for (int g = 0; g < 3; ++g) spread[g] = 1.4826 * std::max(0.0, median(residual[g]));
+    // 1 at the expected level, 0 five spreads away (at least 8 %, at most half of the contrast),
+    // -1 twice that. No contrast, no confidence.
+    auto sure = [&](size_t k) {
+        const Sample& o = samples[k];
+        const double c = contrast[k];
+        if (o.level < 0.0 || expected[k] < 0.0 || !(c > 4.0)) return 0.0;
+        // Gaps sit close to the dots' blur: their floor is higher. A few grey levels always.
+        const double floor = std::max(3.0, (o.kind >= 2 ? 0.12 : 0.08) * c);
+        const double tolerance = std::clamp(5.0 * spread[std::min(o.kind, 2)], floor, 0.5 * c);
+        return std::clamp(1.0 - std::fabs(o.level - expected[k]) / tolerance, -1.0, 1.0);
+    };
+
+    out.positions.assign(static_cast<size_t>(n), 0.0);
+    std::vector<bool> byGap(static_cast<size_t>(n), false);
+    for (int i = 0; i < n; ++i) out.positions[i] = sure(static_cast<size_t>(i));
+    for (size_t g = 0; g < gaps.size(); ++g) {
+        const double c = sure(static_cast<size_t>(n) + g);
+        for (int corner : gaps[g].corner)
+            if (c < out.positions[corner]) {
+                out.positions[corner] = c;
+                byGap[corner] = true;
+            }
+    }
+    out.weakest = static_cast<int>(std::min_element(out.positions.begin(), out.positions.end()) -
+                                   out.positions.begin());
+    out.margin = out.positions[out.weakest];
+    out.weakestByGap = byGap[out.weakest];
+    return out;
+}
+
+}  // namespace confidence
