@@ -120,10 +120,13 @@ Output measure(const Input& in) {
     // within reach, or of the nearest seven where fewer lie near. A median shrugs off the few
     // samples an object covers; shadows and gradients move it along.
     const double reach2 = 2.2 * 2.2 * s * s;
+    std::vector<const Sample*> ofKind[6];
+    for (const Sample& o : samples)
+        if (o.level >= 0.0) ofKind[o.kind].push_back(&o);
+    std::vector<std::pair<double, double>> byDistance;  // (squared distance, level)
     auto levelNear = [&](cv::Point2d p, int kind) {
-        std::vector<std::pair<double, double>> byDistance;  // (squared distance, level)
-        for (const Sample& o : samples)
-            if (o.kind == kind && o.level >= 0.0) byDistance.emplace_back(dist2(o.at, p), o.level);
+        byDistance.clear();
+        for (const Sample* o : ofKind[kind]) byDistance.emplace_back(dist2(o->at, p), o->level);
         const size_t nearest = std::min<size_t>(7, byDistance.size());
         std::partial_sort(byDistance.begin(), byDistance.begin() + static_cast<long>(nearest),
                           byDistance.end());
@@ -151,8 +154,11 @@ Output measure(const Input& in) {
         const Sample& o = samples[k];
         const double c = contrast[k];
         if (o.level < 0.0 || expected[k] < 0.0 || !(c > 4.0)) return 0.0;
-        // Gaps sit close to the dots' blur: their floor is higher. A few grey levels always.
-        const double floor = std::max(3.0, (o.kind >= 2 ? 0.12 : 0.08) * c);
+        // Gaps sit close to the dots' blur: their floor is higher. Beyond the level of its kind,
+        // away from the other (darker than the background, brighter than the dots), nothing of
+        // the print can take a sample: the floor is lower. A few grey levels always.
+        const bool beyond = o.kind == 1 ? o.level > expected[k] : o.level < expected[k];
+        const double floor = std::max(3.0, (beyond ? 0.04 : o.kind >= 2 ? 0.12 : 0.08) * c);
         const double tolerance = std::clamp(5.0 * spread[std::min(o.kind, 2)], floor, 0.5 * c);
         return std::clamp(1.0 - std::fabs(o.level - expected[k]) / tolerance, -1.0, 1.0);
     };

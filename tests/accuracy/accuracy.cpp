@@ -39,6 +39,8 @@ struct Outcome {
 struct Margin {
     double margin;
     bool exact;
+    std::string condition;
+    int image;
 };
 
 Outcome run(const Condition& cond, int images, uint64_t seed, const std::string& params,
@@ -61,7 +63,8 @@ Outcome run(const Condition& cond, int images, uint64_t seed, const std::string&
             std::copy(r.bits, r.bits + 91, bits.begin());
             std::copy(r.box, r.box + 4, box);
             exact = status == 0 && !s.bits.empty() && bits == s.bits;
-            if (status == 0 && !s.bits.empty()) margins->push_back({r.decision_margin, exact});
+            if (status == 0 && !s.bits.empty())
+                margins->push_back({r.decision_margin, exact, cond.name, i});
         } else if (s.codes.empty()) {
             status = quelbor_hexagon_recognition(s.image.data, s.image.rows, s.image.cols, 0,
                                                  params.c_str(), bits.data(), 91, box, 4);
@@ -284,9 +287,10 @@ int main(int argc, char** argv) {
 
     std::vector<Outcome> outcomes;
     std::ofstream csv(outDir + "/accuracy.csv");
-    csv << "condition,set,images,exact_rate,wrong_rate,median_ms,statuses\n";
-    const char* row = "%-26s%-9s%7s%10s%9s%10s  %s\n";
-    std::printf(row, "condition", "set", "images", "decode%", "wrong%", "med ms", "statuses");
+    csv << "condition,set,images,exact_rate,refused_rate,wrong_rate,median_ms,statuses\n";
+    const char* row = "%-30s%-9s%7s%10s%9s%9s%10s  %s\n";
+    std::printf(row, "condition", "set", "images", "decode%", "refused%", "wrong%", "med ms",
+                "statuses");
     bool ok = true;
     std::vector<std::string> reference;
     std::vector<Margin> margins;
@@ -303,12 +307,17 @@ int main(int argc, char** argv) {
         // A no-code set reports the share of images read as no code, and its false reads.
         const double shownRate = c.set == "nocode" ? 100.0 - falseReads : exact;
         const double shownWrong = c.set == "nocode" ? falseReads : wrong;
+        // Refused: a code frame that came back with a status and no bits.
+        const double refused = c.set == "nocode" ? 0.0 : 100.0 - exact - wrong;
         std::printf(row, c.name.c_str(), c.set.c_str(), std::to_string(o.images).c_str(),
-                    cv::format("%.1f", shownRate).c_str(), cv::format("%.1f", shownWrong).c_str(),
+                    cv::format("%.1f", shownRate).c_str(),
+                    c.set == "nocode" ? "-" : cv::format("%.1f", refused).c_str(),
+                    cv::format("%.1f", shownWrong).c_str(),
                     cv::format("%.1f", median(o.ms)).c_str(), histogram(o.statuses).c_str());
         csv << '"' << c.name << "\"," << c.set << ',' << o.images << ','
-            << (c.set == "nocode" ? 0.0 : exact / 100.0) << ',' << shownWrong / 100.0 << ','
-            << median(o.ms) << ",\"" << histogram(o.statuses) << "\"\n";
+            << (c.set == "nocode" ? 0.0 : exact / 100.0) << ',' << refused / 100.0 << ','
+            << shownWrong / 100.0 << ',' << median(o.ms) << ",\"" << histogram(o.statuses)
+            << "\"\n";
         // The quick form has too few images for the full bars: it demands no wrong read and
         // the decode rate the full bars imply for a dozen images (at most one miss).
         const double nominalBar = quick ? 90.0 : 99.5, hardBar = quick ? 90.0 : 95.0;
@@ -330,6 +339,27 @@ int main(int argc, char** argv) {
         cv::FileStorage shipped(QBCODE_DEFAULT_PARAMS, cv::FileStorage::READ);
         const double mark = static_cast<double>(shipped["Verification"]["minConfidence"]);
         writeMarginPlot(outDir + "/margins.png", margins, codeFrames, mark);
+        // Per condition: the weakest exact read, and the exact reads each threshold would refuse.
+        const double steps[] = {-0.8, -0.6, -0.4, -0.2, 0.0};
+        std::printf("%-30s%9s  exact reads below -0.8 -0.6 -0.4 -0.2 0\n", "condition", "lowest");
+        for (const auto& c : conds) {
+            double lowest = 1.0;
+            int below[5] = {0, 0, 0, 0, 0};
+            for (const Margin& m : margins) {
+                if (m.condition != c.name) continue;
+                if (!m.exact) {
+                    if (m.margin >= mark)
+                        std::printf("wrong read above the shipped threshold: %s #%d, margin %.3f\n",
+                                    c.name.c_str(), m.image, m.margin);
+                    continue;
+                }
+                lowest = std::min(lowest, m.margin);
+                for (int k = 0; k < 5; ++k) below[k] += m.margin < steps[k];
+            }
+            if (lowest < 0.0)
+                std::printf("%-30s%9.3f  %d %d %d %d %d\n", c.name.c_str(), lowest, below[0],
+                            below[1], below[2], below[3], below[4]);
+        }
         std::printf(
             "decision margin: lowest of an exact read %.3f, highest of a wrong read %.3f; "
             "plot: %s/margins.png\n",
