@@ -179,8 +179,8 @@ void writePlot(const std::string& path, const std::vector<Condition>& conds,
 // read of the run, with the threshold `mark` drawn in.
 void writeMarginPlot(const std::string& path, const std::vector<Margin>& margins, int codeFrames,
                      double mark) {
-    const int w = 720, h = 360;
-    const cv::Rect area(60, 30, w - 90, h - 80);
+    const int w = 720, h = 380;
+    const cv::Rect area(60, 50, w - 90, h - 100);
     cv::Mat plot(h, w, CV_8UC3, cv::Scalar(255, 255, 255));
     auto text = [&plot](const std::string& t, cv::Point at, const cv::Scalar& c) {
         cv::putText(plot, t, at, cv::FONT_HERSHEY_PLAIN, 1.0, c);
@@ -211,7 +211,7 @@ void writeMarginPlot(const std::string& path, const std::vector<Margin>& margins
     cv::line(plot, {x(mark), area.y}, {x(mark), area.y + area.height}, cv::Scalar(0, 150, 0), 1);
     text(cv::format("shipped %.2f", mark), {x(mark) + 4, area.y + 14}, {0, 150, 0});
     text("exact reads (share of code frames, 0-100 %)", {area.x, 20}, {200, 80, 0});
-    text(cv::format("wrong reads (count, 0-%d)", maxWrong), {area.x + 380, 20}, {0, 0, 200});
+    text(cv::format("wrong reads (count, 0-%d)", maxWrong), {area.x, 38}, {0, 0, 200});
     text("refusal threshold on the decision margin", {area.x, h - 12}, {0, 0, 0});
     cv::imwrite(path, plot);
 }
