@@ -77,7 +77,14 @@ std::vector<cv::Point2d> gridPositions(const qbcode::Result& q) {
     return out;
 }
 
+// The read's own confidence per position where it has one; else the box fill against the
+// decision threshold.
 std::vector<double> positionConfidence(const qbcode::Result& q) {
+    if (q.confidence.size() == q.bits.size()) {
+        std::vector<double> c;
+        for (double v : q.confidence) c.push_back(std::clamp(v, 0.0, 1.0));
+        return c;
+    }
     const qbcode::Evidence& e = q.evidence;
     std::vector<double> c(q.bits.size(), 1.0);
     if (e.fill.size() != q.bits.size() || e.fillThreshold <= 0) return c;
