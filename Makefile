@@ -134,7 +134,7 @@ fuzz: deps
 	    -timeout=20 -close_fd_mask=1 -print_final_stats=1 $$dict \
 	    -artifact_prefix=artifacts/$$t- corpus/$$t $(CURDIR)/fuzz/seeds/$$t) || exit 1; \
 	  echo "corpus of $$t:"; find build-fuzz/corpus/$$t -type f | \
-	    xargs build-fuzz/fuzz/fuzz_$${t}_replay --iterations=0 | head -n 1; \
+	    xargs build-fuzz/fuzz/fuzz_$${t}_replay --iterations=0 | grep "files,"; \
 	done
 
 format:
