@@ -3,7 +3,11 @@
 #include <algorithm>
 #include <cmath>
 
+#include "GridMatch.h"
+
 namespace confidence {
+
+using gridmatch::dist2;
 
 namespace {
 
@@ -41,11 +45,6 @@ double median(std::vector<double>& v) {
     const size_t mid = v.size() / 2;
     std::nth_element(v.begin(), v.begin() + static_cast<long>(mid), v.end());
     return v[mid];
-}
-
-double dist2(cv::Point2d a, cv::Point2d b) {
-    const cv::Point2d d = a - b;
-    return d.x * d.x + d.y * d.y;
 }
 
 }  // namespace
