@@ -130,7 +130,7 @@ fuzz: deps
 	  mkdir -p build-fuzz/corpus/$$t build-fuzz/artifacts; \
 	  dict=""; [ -f fuzz/$$t.dict ] && dict="-dict=$(CURDIR)/fuzz/$$t.dict"; \
 	  echo "fuzzing $$t for $(FUZZ_SECONDS) s"; \
-	  (cd build-fuzz && nice ./fuzz/fuzz_$$t -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=4096 \
+	  (cd build-fuzz && OPENCV_FOR_THREADS_NUM=1 nice ./fuzz/fuzz_$$t -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=4096 \
 	    -timeout=20 -close_fd_mask=1 -print_final_stats=1 $$dict \
 	    -artifact_prefix=artifacts/$$t- corpus/$$t $(CURDIR)/fuzz/seeds/$$t) || exit 1; \
 	  echo "corpus of $$t:"; find build-fuzz/corpus/$$t -type f | \

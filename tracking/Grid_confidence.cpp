@@ -15,18 +15,23 @@ namespace {
 // average the sensor's noise. The mean, or the median where the blur of a dot nearby reaches
 // into one side of it. Pixels outside the image do not count; none at all gives -1.
 double discLevel(const cv::Mat& grey, cv::Point2d p, double radius, bool median) {
+    // A fitted grid can put a position anywhere, or nowhere: only discs that touch the image
+    // are sampled, and no disc is larger than the image.
+    radius = std::min(radius, static_cast<double>(std::max(grey.rows, grey.cols)));
+    if (!(radius >= 0.0) || !(p.x > -radius - 1.0 && p.x < grey.cols + radius + 1.0) ||
+        !(p.y > -radius - 1.0 && p.y < grey.rows + radius + 1.0))
+        return -1.0;
     const int cx = static_cast<int>(std::floor(p.x + 0.5)),
               cy = static_cast<int>(std::floor(p.y + 0.5));
-    const int r = std::max(0, static_cast<int>(radius));
+    const int r = static_cast<int>(radius);
     const int r2 = static_cast<int>(radius * radius);
     std::vector<uchar> values;
-    for (int dy = -r; dy <= r; ++dy) {
-        const int y = cy + dy;
-        if (y < 0 || y >= grey.rows) continue;
+    for (int y = std::max(0, cy - r); y <= std::min(grey.rows - 1, cy + r); ++y) {
+        const int dy = y - cy;
         const uchar* row = grey.ptr<uchar>(y);
-        for (int dx = -r; dx <= r; ++dx) {
-            const int x = cx + dx;
-            if (x >= 0 && x < grey.cols && dx * dx + dy * dy <= r2) values.push_back(row[x]);
+        for (int x = std::max(0, cx - r); x <= std::min(grey.cols - 1, cx + r); ++x) {
+            const int dx = x - cx;
+            if (dx * dx + dy * dy <= r2) values.push_back(row[x]);
         }
     }
     if (values.empty()) return -1.0;
