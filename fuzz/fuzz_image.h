@@ -50,10 +50,10 @@ inline Image fromBytes(const uint8_t* data, size_t size) {
         out.cols = out.pixels.cols;
         return out;
     }
-    // Sizes up to 511 x 511 (larger frames only slow the runs); the pixels repeat the rest of
+    // Sizes up to 255 x 255 (larger frames only slow the runs); the pixels repeat the rest of
     // the input.
-    out.rows = ((data[1] << 8) | data[2]) & 0x1ff;
-    out.cols = ((data[3] << 8) | data[4]) & 0x1ff;
+    out.rows = data[2];
+    out.cols = data[4];
     out.pixels.create(std::max(out.rows, 1), std::max(out.cols, 1), CV_8UC1);
     const size_t payload = size - 5;
     size_t i = 0;
