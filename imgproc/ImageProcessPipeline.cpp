@@ -21,7 +21,7 @@ int ImageProcessPipeline::initialize() {
     if (r < 0) return r;
     Sensitivity = sysPara->Sensitivity;
     imgSizeRestrict = sysPara->imgSizeRestrict;
-    DnRatio = sysPara->DnRatio;
+    DnRatio = ratioOverride != 0.0 ? ratioOverride : sysPara->DnRatio;
     HessianScale = sysPara->HessianScale;
     LogScale = sysPara->LogScale;
     Threshold = sysPara->Threshold;

@@ -143,10 +143,10 @@ FrameView AlgPipeline::prepare(const cv::Mat& image, bool dark, double ratio,
         cv::bitwise_not(image, input);
     else
         input = image;
-    para->DnRatio = ratio;
     DebugSink sink(*para, imgName, writer);
     preprocess = std::make_unique<ImageProcessPipeline>(para.get());
     preprocess->imgName = imgName;
+    preprocess->setRatio(ratio);
     view.pre = stages::preprocess(*preprocess, input);
     view.status = view.pre.status;
     if (view.status < 0) {

@@ -42,7 +42,6 @@ public:
         }
         views.resize(tries.size());
     }
-    ~Views() { engine.para->DnRatio = plan.ratio; }
     Views(const Views&) = delete;
     Views& operator=(const Views&) = delete;
 
