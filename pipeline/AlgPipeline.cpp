@@ -392,7 +392,8 @@ int AlgPipeline::readBits(Work& w, const ReadPlan& plan, const std::string& imgN
     const int downsampled = w.view.downsampled;
     auto verify = [&](const stages::Decoded& d) {
         return stages::verify(d, pre, w.frames, downsampled, w.regionFrame, w.uprightFrame,
-                              out.region.size(), w.gap, plan.camera, plan.frameMargin, para.get());
+                              out.region.size(), w.gap, plan.camera, plan.frameMargin,
+                              plan.verification);
     };
     stages::Verified verified;
     if (decoded.status == 0) verified = verify(decoded);

@@ -256,6 +256,8 @@ ReadPlan ReadPlan::from(SystemPara& record) {
     plan.camera = record.readPara("Camera") >= 0;
     plan.guarded = record.readPara("Verification") >= 0 && record.verify_enabled != 0;
     plan.detection = plan.camera && record.readPara("Detection") >= 0;
+    plan.verification = Grid_verification(&record);
+    plan.verification.Initiate();
     if (plan.camera) {
         plan.polarity = record.cam_polarity;
         plan.retryPolarity = record.cam_retryPolarity != 0;

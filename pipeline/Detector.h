@@ -36,6 +36,8 @@ struct ReadPlan {
     int maxViews = 6;
     int maxCandidates = 64;
     int maxRefused = 64;
+    // The "Verification" section, read once for every read of the plan.
+    Grid_verification verification{nullptr};
 
     static ReadPlan from(SystemPara& record);
 };

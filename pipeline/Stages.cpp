@@ -438,10 +438,8 @@ std::vector<cv::Point2d> followDots(const std::vector<cv::Point2d>& grid,
 
 Verified verify(const Decoded& decoded, const Preprocessed& pre, const FrameChain& frames,
                 int downsampled, int regionFrame, int uprightFrame, cv::Size regionSize, float gap,
-                bool camera, float frameMargin, SystemPara* para) {
+                bool camera, float frameMargin, const Grid_verification& verification) {
     Verified out;
-    Grid_verification verification(para);
-    verification.Initiate();
     Grid_verification::Input in;
     in.grid = decoded.points;
     in.bits.reserve(static_cast<size_t>(decoded.bits.cols));

@@ -138,6 +138,6 @@ struct Verified {
 // camera: positions must keep frameMargin spacings from the camera frame's edge.
 Verified verify(const Decoded& decoded, const Preprocessed& pre, const FrameChain& frames,
                 int downsampled, int regionFrame, int uprightFrame, cv::Size regionSize, float gap,
-                bool camera, float frameMargin, SystemPara* para);
+                bool camera, float frameMargin, const Grid_verification& verification);
 
 }  // namespace stages
