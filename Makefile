@@ -130,8 +130,8 @@ fuzz: deps
 	  mkdir -p build-fuzz/corpus/$$t build-fuzz/artifacts; \
 	  dict=""; [ -f fuzz/$$t.dict ] && dict="-dict=$(CURDIR)/fuzz/$$t.dict"; \
 	  echo "fuzzing $$t for $(FUZZ_SECONDS) s"; \
-	  (cd build-fuzz && OPENCV_FOR_THREADS_NUM=1 nice ./fuzz/fuzz_$$t -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=4096 \
-	    -timeout=20 -close_fd_mask=1 -print_final_stats=1 $$dict \
+	  (cd build-fuzz && OPENCV_FOR_THREADS_NUM=1 nice ./fuzz/fuzz_$$t \
+	    -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=4096 -timeout=20 -close_fd_mask=1 -print_final_stats=1 $$dict \
 	    -artifact_prefix=artifacts/$$t- corpus/$$t $(CURDIR)/fuzz/seeds/$$t) || exit 1; \
 	  echo "corpus of $$t:"; find build-fuzz/corpus/$$t -type f | \
 	    xargs build-fuzz/fuzz/fuzz_$${t}_replay --iterations=0 | grep "files,"; \

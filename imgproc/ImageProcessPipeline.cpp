@@ -21,7 +21,7 @@ int ImageProcessPipeline::initialize() {
     if (r < 0) return r;
     Sensitivity = sysPara->Sensitivity;
     imgSizeRestrict = sysPara->imgSizeRestrict;
-    DnRatio = ratioOverride != 0.0 ? ratioOverride : sysPara->DnRatio;
+    DnRatio = sysPara->DnRatio;
     HessianScale = sysPara->HessianScale;
     LogScale = sysPara->LogScale;
     Threshold = sysPara->Threshold;
@@ -35,9 +35,15 @@ int ImageProcessPipeline::initialize() {
 
 int ImageProcessPipeline::process(cv::Mat& input, cv::Mat& processed, cv::Mat& binary,
                                   std::vector<cv::Point2f>& centroids) {
+    return process(input, processed, binary, centroids, 0.0);
+}
+
+int ImageProcessPipeline::process(cv::Mat& input, cv::Mat& processed, cv::Mat& binary,
+                                  std::vector<cv::Point2f>& centroids, double ratio) {
     if (input.empty() || input.dims > 2) return -100;
     int r = initialize();
     if (r < 0) return r;
+    if (ratio != 0.0) DnRatio = ratio;
     const clock_t t0 = clock();
 
     if (imgSizeRestrict) {

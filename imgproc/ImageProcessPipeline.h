@@ -28,9 +28,10 @@ public:
                 std::vector<cv::Point2f>& centroids);
     // Sets +-infinity of a CV_32FC1 matrix to 0.
     void clear_inf(cv::Mat& m);
-    // Later process() calls downsample by this ratio instead of the file's "DnRatio" (a reader
-    // tries other ratios on one frame; the record it shares stays as loaded). 0: the file's.
-    void setRatio(double ratio) { ratioOverride = ratio; }
+    // The same, downsampling by `ratio` instead of the file's "DnRatio" (a reader tries other
+    // ratios on one frame; the record it shares stays as loaded). 0: the file's.
+    int process(cv::Mat& input, cv::Mat& processed, cv::Mat& binary,
+                std::vector<cv::Point2f>& centroids, double ratio);
 
     Dots_HessianProcess hessianProc;
     NoiseRemover noiseRemover;
@@ -49,9 +50,6 @@ public:
     bool Debug = false;
     int imgPreROI = 0;
     std::string imgName = "im.jpg";
-
-private:
-    double ratioOverride = 0.0;
 };
 
 QBCODE_VISIBLE_END

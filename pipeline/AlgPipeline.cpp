@@ -146,8 +146,7 @@ FrameView AlgPipeline::prepare(const cv::Mat& image, bool dark, double ratio,
     DebugSink sink(*para, imgName, writer);
     preprocess = std::make_unique<ImageProcessPipeline>(para.get());
     preprocess->imgName = imgName;
-    preprocess->setRatio(ratio);
-    view.pre = stages::preprocess(*preprocess, input);
+    view.pre = stages::preprocess(*preprocess, input, ratio);
     view.status = view.pre.status;
     if (view.status < 0) {
         sink.preprocessFailed(view.status);

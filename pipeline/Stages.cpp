@@ -110,10 +110,10 @@ cv::Point padForTurn(const Region& region) {
                      std::max(0, static_cast<int>(std::ceil(reach - centre.y))));
 }
 
-Preprocessed preprocess(ImageProcessPipeline& chain, const cv::Mat& image) {
+Preprocessed preprocess(ImageProcessPipeline& chain, const cv::Mat& image, double ratio) {
     Preprocessed out;
     out.input = image;
-    out.status = chain.process(out.input, out.processed, out.binary, out.centroids);
+    out.status = chain.process(out.input, out.processed, out.binary, out.centroids, ratio);
     // The chain may hand back a view of a fixed crop of the image.
     if (!image.empty() && out.input.data != image.data) {
         cv::Size whole;

@@ -39,7 +39,8 @@ struct Preprocessed {
     cv::Mat binary;
     std::vector<cv::Point2f> centroids;
 };
-Preprocessed preprocess(ImageProcessPipeline& chain, const cv::Mat& image);
+// ratio: the downsampling ratio, 0 for the file's.
+Preprocessed preprocess(ImageProcessPipeline& chain, const cv::Mat& image, double ratio = 0.0);
 
 // Density-peak clusters of a frame's centroids, computed once and cut into regions per rank.
 struct Clusters {
