@@ -97,16 +97,20 @@ LatticeStats statsOf(const std::vector<cv::Point2f>& dots) {
 }
 
 // The dots within reach of the dot with the most neighbours at the median spacing: a code among
-// clutter that the clustering joined to it.
+// clutter that the clustering joined to it. Neighbours are counted in a window of x.
 std::vector<cv::Point2f> around(const std::vector<cv::Point2f>& dots, double spacing,
                                 double reach) {
-    const double r2 = 1.69 * spacing * spacing;
+    const double r2 = 1.69 * spacing * spacing, window = 1.3 * spacing + 1.0;
+    std::vector<cv::Point2f> p = dots;
+    std::sort(p.begin(), p.end(), byX);
     size_t seed = 0;
     int most = -1;
     for (size_t i = 0; i < dots.size(); ++i) {
         int near = 0;
-        for (const cv::Point2f& q : dots) {
-            const double dx = q.x - dots[i].x, dy = q.y - dots[i].y;
+        auto it = std::lower_bound(p.begin(), p.end(), dots[i].x - window,
+                                   [](const cv::Point2f& a, double x) { return a.x < x; });
+        for (; it != p.end() && it->x <= dots[i].x + window; ++it) {
+            const double dx = it->x - dots[i].x, dy = it->y - dots[i].y;
             near += dx * dx + dy * dy < r2;
         }
         if (near > most) {

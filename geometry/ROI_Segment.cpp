@@ -4,6 +4,9 @@
 #include <climits>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
+
+#include <opencv2/core/hal/intrin.hpp>
 
 namespace {
 
@@ -225,39 +228,137 @@ cv::Rect ROI_Segment::cal_ROI(float* points, int* labels, int numClusters) {
     return cv::Rect(x, y, std::abs(right - x), std::abs(bottom - y));
 }
 
+namespace {
+
+// exp(x) for x <= 0, 0 below -87 and for NaN: the Cephes reduction and polynomial, in operations
+// that round alike in scalar and vector lanes on every architecture (no fused multiply-add).
+const float kLog2e = 1.44269504088896341f, kLn2Hi = 0.693359375f, kLn2Lo = -2.12194440e-4f;
+const float kExpPoly[6] = {1.9875691500e-4f, 1.3981999507e-3f, 8.3334519073e-3f,
+                           4.1665795894e-2f, 1.6666665459e-1f, 5.0000001201e-1f};
+
+float expNonPositive(float x) {
+    if (!(x >= -87.f)) return 0.f;
+    const float k = std::floor(x * kLog2e + 0.5f);
+    const float r = (x - k * kLn2Hi) - k * kLn2Lo;
+    float p = kExpPoly[0];
+    for (int c = 1; c < 6; ++c) p = p * r + kExpPoly[c];
+    const float y = (p * (r * r) + r) + 1.f;
+    const int bits = (static_cast<int>(k) + 127) << 23;
+    float scale;
+    std::memcpy(&scale, &bits, sizeof scale);
+    return y * scale;
+}
+
+}  // namespace
+
+float ROI_Segment::densityRow(float xi, float yi, const float* data, size_t from, size_t to,
+                              float invDenom, float* dist, float* weight, bool lanes) {
+    size_t j = from;
+    float farthest = 0.f;
+    // 32-bit ARM NEON flushes denormals, unlike its scalar unit: lanes only elsewhere.
+#if CV_SIMD && (!defined(__arm__) || defined(__aarch64__))
+    if (lanes) {
+        using namespace cv;
+        const int n = v_float32::nlanes;
+        const v_float32 vx = vx_setall_f32(xi), vy = vx_setall_f32(yi),
+                        inv = vx_setall_f32(invDenom), zero = vx_setzero_f32(),
+                        floorX = vx_setall_f32(-87.f), log2e = vx_setall_f32(kLog2e),
+                        half = vx_setall_f32(0.5f), one = vx_setall_f32(1.f),
+                        hi = vx_setall_f32(kLn2Hi), lo = vx_setall_f32(kLn2Lo);
+        v_float32 far = zero;
+        for (; j + n <= to; j += n) {
+            v_float32 xs, ys;
+            v_load_deinterleave(data + 2 * j, xs, ys);
+            const v_float32 dx = vx - xs, dy = vy - ys;
+            const v_float32 d2 = dx * dx + dy * dy;
+            const v_float32 d = v_sqrt(d2);
+            v_store(dist + j, d);
+            // A select, not v_max: NaN never wins, on every architecture.
+            far = v_select(d > far, d, far);
+            if (weight == nullptr) continue;
+            const v_float32 x = zero - d2 * inv;
+            const v_float32 inRange = x >= floorX;
+            const v_float32 xc = v_select(inRange, x, zero);
+            const v_int32 ki = v_floor(xc * log2e + half);
+            const v_float32 k = v_cvt_f32(ki);
+            const v_float32 r = (xc - k * hi) - k * lo;
+            v_float32 p = vx_setall_f32(kExpPoly[0]);
+            for (int c = 1; c < 6; ++c) p = p * r + vx_setall_f32(kExpPoly[c]);
+            const v_float32 y = (p * (r * r) + r) + one;
+            const v_float32 scale = v_reinterpret_as_f32(v_shl<23>(ki + vx_setall_s32(127)));
+            v_store(weight + j, v_select(inRange, y * scale, zero));
+        }
+        float lane[v_float32::nlanes];
+        v_store(lane, far);
+        for (const float d : lane) farthest = d > farthest ? d : farthest;
+    }
+#else
+    (void)lanes;
+#endif
+    for (; j < to; ++j) {
+        const float dx = xi - data[2 * j], dy = yi - data[2 * j + 1];
+        const float d2 = dx * dx + dy * dy;
+        dist[j] = std::sqrt(d2);
+        farthest = dist[j] > farthest ? dist[j] : farthest;
+        if (weight != nullptr) weight[j] = expNonPositive(0.f - d2 * invDenom);
+    }
+    return farthest;
+}
+
 int ROI_Segment::cluster_densityPeaksM2(const float* data, int n, float dc, float* rho,
                                         float* delta, int* nneigh, int* labels) {
     if (data == nullptr || rho == nullptr || delta == nullptr || nneigh == nullptr ||
         labels == nullptr || n <= 0)
         return 0;
     const size_t m = static_cast<size_t>(n);
-    std::vector<float> dist(m * m, 0.f);
-    const float denom = (dc + dc) * dc;
+    std::vector<float> dist(m), weight(m);
+    const float invDenom = 1.f / ((dc + dc) * dc);
     float maxDist = 0.f;
+    // Each pair once; every density sums its terms in the order of the other point's index.
     for (size_t i = 0; i < m; ++i) {
-        for (size_t j = i + 1; j < m; ++j) {
-            // The original's sum: each square in double, the total kept in float.
-            const float dx = data[2 * i] - data[2 * j], dy = data[2 * i + 1] - data[2 * j + 1];
-            float sum = 0.f;
-            sum += static_cast<double>(dx) * dx;
-            sum += static_cast<double>(dy) * dy;
-            const float d = std::sqrt(sum);
-            dist[i * m + j] = dist[j * m + i] = d;
-            const float w = expf(-(d * d) / denom);
-            rho[i] += w;
-            rho[j] += w;
-            if (d > maxDist) maxDist = d;
-        }
+        const float farthest = densityRow(data[2 * i], data[2 * i + 1], data, i + 1, m, invDenom,
+                                          dist.data(), weight.data());
+        maxDist = farthest > maxDist ? farthest : maxDist;
+        float own = rho[i];
+        for (size_t j = i + 1; j < m; ++j) own += weight[j];
+        rho[i] = own;
+        size_t j = i + 1;
+#if CV_SIMD
+        for (; j + cv::v_float32::nlanes <= m; j += cv::v_float32::nlanes)
+            cv::v_store(rho + j, cv::vx_load(rho + j) + cv::vx_load(&weight[j]));
+#endif
+        for (; j < m; ++j) rho[j] += weight[j];
+    }
+    // The nearest denser point: the denser points are a prefix of the points by falling
+    // density, so each point measures only those. Equal distances go to the higher index, as a
+    // scan in index order keeping the last nearest would have it; a NaN density is never denser.
+    std::vector<int> order;
+    order.reserve(m);
+    for (int i = 0; i < n; ++i)
+        if (!std::isnan(rho[i])) order.push_back(i);
+    std::stable_sort(order.begin(), order.end(), [rho](int a, int b) { return rho[a] > rho[b]; });
+    std::vector<float> sorted(2 * order.size());
+    for (size_t p = 0; p < order.size(); ++p) {
+        sorted[2 * p] = data[2 * order[p]];
+        sorted[2 * p + 1] = data[2 * order[p] + 1];
     }
     for (size_t i = 0; i < m; ++i) {
         float best = maxDist;
         int neighbour = -1;
-        const float* row = &dist[i * m];
-        for (size_t j = 0; j < m; ++j) {
-            if (j == i) continue;
-            if (rho[i] < rho[j] && row[j] <= best) {
-                best = row[j];
-                neighbour = static_cast<int>(j);
+        const float own = rho[i];
+        const size_t denser =
+            std::isnan(own) ? 0
+                            : static_cast<size_t>(
+                                  std::partition_point(order.begin(), order.end(),
+                                                       [rho, own](int j) { return rho[j] > own; }) -
+                                  order.begin());
+        densityRow(data[2 * i], data[2 * i + 1], sorted.data(), 0, denser, invDenom, dist.data(),
+                   nullptr);
+        for (size_t p = 0; p < denser; ++p) {
+            const float d = dist[p];
+            if (d < best || (d == best && order[p] > neighbour)) {
+                best = d;
+                neighbour = order[p];
             }
         }
         delta[i] = best;

@@ -1,5 +1,6 @@
 // The fast forms of the stages against their direct computation on small inputs: the separable
-// LoG, the stamped (and windowed) centre search, and the projection cut to the non-zero shape.
+// LoG, the stamped (and windowed) centre search, the projection cut to the non-zero shape, and
+// the clustering's density rows in vector lanes.
 #include <algorithm>
 #include <vector>
 
@@ -8,6 +9,7 @@
 
 #include "ImageRotation.h"
 #include "LogFilter.h"
+#include "ROI_Segment.h"
 #include "TemplateSearch.h"
 #include "test_support.h"
 
@@ -176,5 +178,32 @@ INSTANTIATE_TEST_SUITE_P(Images, ShapeProjection,
                                                        i.param.size.height,
                                                        static_cast<int>(i.param.seed));
                          });
+
+// Lanes give the scalar form's bits (every tail length, far and coincident points), and the
+// weights are the exponential of the same float argument to a few units of float rounding.
+TEST(DensityRow, LanesEqualTheScalarFormAndTheExponential) {
+    cv::RNG rng(3);
+    std::vector<float> pts;
+    for (int i = 0; i < 45; ++i)
+        pts.insert(pts.end(), {rng.uniform(0.f, 900.f), rng.uniform(0.f, 700.f)});
+    pts.insert(pts.end(), {pts[0], pts[1]});
+    const size_t n = pts.size() / 2;
+    const float invDenom = 1.f / (2.f * 72.f * 72.f);
+    for (size_t from = 0; from < 9; ++from) {
+        std::vector<float> d(n), w(n), d2(n), w2(n);
+        const float far = ROI_Segment::densityRow(pts[0], pts[1], pts.data(), from, n, invDenom,
+                                                  d.data(), w.data(), true);
+        const float far2 = ROI_Segment::densityRow(pts[0], pts[1], pts.data(), from, n, invDenom,
+                                                   d2.data(), w2.data(), false);
+        EXPECT_EQ(far, far2);
+        for (size_t j = from; j < n; ++j) {
+            ASSERT_EQ(d[j], d2[j]) << j;
+            ASSERT_EQ(w[j], w2[j]) << j;
+            const float dx = pts[0] - pts[2 * j], dy = pts[1] - pts[2 * j + 1];
+            const double e = std::exp(static_cast<double>(0.f - (dx * dx + dy * dy) * invDenom));
+            EXPECT_NEAR(w[j], e, 3e-7 * e) << j;
+        }
+    }
+}
 
 }  // namespace
