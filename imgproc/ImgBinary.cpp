@@ -97,14 +97,19 @@ int ImgBinary::blob_centroid(const cv::Mat& bin, std::vector<cv::Point2f>& centr
 
     // Small blobs are erased in the caller's pixels: the header is const, the data is not.
     cv::Mat shared = bin;
+    // Each small blob is drawn from a list of its own: drawContours sets up every contour of the
+    // list it is given, which made a frame of hundreds of blobs quadratic.
+    std::vector<std::vector<cv::Point>> one(1);
     for (size_t i = 0; i < contours.size(); ++i) {
         const cv::Moments mo = cv::moments(contours[i], false);
         if (mo.m00 > 8.0) {
             centroids.emplace_back(static_cast<float>(mo.m10 / mo.m00),
                                    static_cast<float>(mo.m01 / mo.m00));
         } else {
-            cv::drawContours(shared, contours, static_cast<int>(i), cv::Scalar(0, 0, 0, 0),
-                             cv::FILLED, cv::LINE_8, cv::noArray(), INT_MAX, cv::Point(0, 0));
+            one[0].swap(contours[i]);
+            cv::drawContours(shared, one, 0, cv::Scalar(0, 0, 0, 0), cv::FILLED, cv::LINE_8,
+                             cv::noArray(), INT_MAX, cv::Point(0, 0));
+            one[0].swap(contours[i]);
         }
     }
     return centroids.empty() ? -142 : 0;
