@@ -131,23 +131,31 @@ Output measure(const Input& in) {
     for (const Sample& o : samples)
         if (o.level >= 0.0) ofKind[o.kind].push_back(&o);
     std::vector<std::pair<double, double>> byDistance;  // (squared distance, level)
+    std::vector<double> near;
+    // The seven nearest and every one within reach: those within reach alone when they are seven
+    // or more, else the seven nearest (ties by level, so the set does not depend on the order).
     auto levelNear = [&](cv::Point2d p, int kind) {
-        byDistance.clear();
-        for (const Sample* o : ofKind[kind]) byDistance.emplace_back(dist2(o->at, p), o->level);
-        const size_t nearest = std::min<size_t>(7, byDistance.size());
-        std::partial_sort(byDistance.begin(), byDistance.begin() + static_cast<long>(nearest),
-                          byDistance.end());
-        std::vector<double> near;
-        for (size_t k = 0; k < byDistance.size(); ++k)
-            if (k < nearest || byDistance[k].first <= reach2) near.push_back(byDistance[k].second);
+        near.clear();
+        for (const Sample* o : ofKind[kind])
+            if (dist2(o->at, p) <= reach2) near.push_back(o->level);
+        if (near.size() < 7 && near.size() < ofKind[kind].size()) {
+            byDistance.clear();
+            for (const Sample* o : ofKind[kind]) byDistance.emplace_back(dist2(o->at, p), o->level);
+            const size_t nearest = std::min<size_t>(7, byDistance.size());
+            std::partial_sort(byDistance.begin(), byDistance.begin() + static_cast<long>(nearest),
+                              byDistance.end());
+            near.clear();
+            for (size_t k = 0; k < nearest; ++k) near.push_back(byDistance[k].second);
+        }
         return median(near);
     };
     const size_t total = samples.size();
     std::vector<double> expected(total), contrast(total), residual[3];
     for (size_t k = 0; k < total; ++k) {
         const Sample& o = samples[k];
-        expected[k] = levelNear(o.at, o.kind);
-        contrast[k] = levelNear(o.at, 1) - levelNear(o.at, 0);
+        const double dots = levelNear(o.at, 1), ground = levelNear(o.at, 0);
+        expected[k] = o.kind == 1 ? dots : o.kind == 0 ? ground : levelNear(o.at, o.kind);
+        contrast[k] = dots - ground;
         if (o.level >= 0.0 && expected[k] >= 0.0)
             residual[std::min(o.kind, 2)].push_back(std::fabs(o.level - expected[k]));
     }
