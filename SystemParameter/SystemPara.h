@@ -127,6 +127,7 @@ public:
     int det_maxViews = 4;
     int det_maxCandidates = 8;
     int det_maxRefused = 1;
+    float det_angleWindow = 0.f;
 
     std::string paramPath;
     // YAML text held in memory; when not empty it is read instead of the file at paramPath.

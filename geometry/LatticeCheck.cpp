@@ -91,7 +91,11 @@ LatticeStats statsOf(const std::vector<cv::Point2f>& dots) {
             continued += dotNear(p[j].x + dx, p[j].y + dy);
             steps += 2;
         }
-    if (out.pairs > 0) out.symmetry = std::sqrt(c * c + s * s) / out.pairs;
+    if (out.pairs > 0) {
+        out.symmetry = std::sqrt(c * c + s * s) / out.pairs;
+        out.rows = std::atan2(s, c) * 30.0 / CV_PI;
+        if (out.rows < 0.0) out.rows += 60.0;
+    }
     if (steps > 0) out.inversion = static_cast<double>(continued) / steps;
     return out;
 }

@@ -27,6 +27,8 @@ struct LatticeStats {
     // dot across most of its steps; the lattice of the gaps between dots (what the other
     // polarity shows) is a honeycomb, whose steps never continue.
     double inversion = 0.0;
+    // Direction of the lattice's rows in degrees, modulo 60: the argument of that mean over six.
+    double rows = 0.0;
 
     // Six-fold and regular: a code, or the gaps of a code of the other polarity.
     bool latticeLike(const LatticeLimits& limits) const {

@@ -1,6 +1,7 @@
 #include "PatternRotationCalculation.h"
 
 #include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include <opencv2/imgproc.hpp>
@@ -139,4 +140,35 @@ int PatternRotationCalculation::rotationAngleCal(cv::Mat& binImg, cv::Mat& score
         scoreAngle(src, theta, scores, peakTable, content);
     }
     return rotated_angle(scores);
+}
+
+int PatternRotationCalculation::rotationAngleNear(cv::Mat& binImg, cv::Mat& scores,
+                                                  cv::Mat peakTable, double upright,
+                                                  double window) {
+    if (scores.empty()) scores = cv::Mat::zeros(1, 180, CV_32F);
+    if (!tablesUsable(scores, peakTable) || binImg.empty() || binImg.type() != CV_8UC1 ||
+        !std::isfinite(upright) || !(window > 0.0))
+        return -1;
+    setPeakThresh(1200.f);
+    peakDetector->setParas(PeakThresh, 1, 4);
+    const cv::Mat src = binImg.isContinuous() ? binImg : binImg.clone();
+    const NonZeroShape content = NonZeroShape::of(src);
+    // Membership by the angle modulo 60, so that an angle and its turns are searched together.
+    auto offset = [upright](int theta) {
+        const double d = theta - upright;
+        return std::fabs(d - 60.0 * std::floor((d + 30.0) / 60.0));
+    };
+    int best = -1;
+    float most = 0.f;
+    for (int theta = 0; theta < 180; theta += 2) {
+        if (offset(theta % 60) > window) continue;
+        scoreAngle(src, theta, scores, peakTable, content);
+        const float s = scores.at<float>(0, theta);
+        if (s > most) {
+            most = s;
+            best = theta;
+        }
+    }
+    if (best < 0 || offset(best % 60) > window - 2.0) return -1;
+    return best;
 }

@@ -42,6 +42,12 @@ public:
     // binImg: CV_8UC1. scores 1x180 and peakTable 180x20, CV_32F, zero-filled (an empty scores
     // is created). Other table shapes or image types leave the tables alone and give 0.
     int rotationAngleCal(cv::Mat& binImg, cv::Mat& scores, cv::Mat peakTable);
+    // The same search over the angles within `window` degrees of upright + 60 k only (the dots'
+    // own lattice says where the best lies); with an angle, its turns by 60 and 120 degrees are
+    // scored too, as the spacing reads them. -1 when the best scores nothing or lies within two
+    // degrees of a window's edge: the caller then searches every angle.
+    int rotationAngleNear(cv::Mat& binImg, cv::Mat& scores, cv::Mat peakTable, double upright,
+                          double window);
     void assign_theta(std::vector<int>& thetas);
     void setPeakThresh(float t) { PeakThresh = t; }
     int rotated_angle(cv::Mat scores);

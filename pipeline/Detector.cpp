@@ -225,6 +225,9 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
                 continue;
             }
             if (covered(out.codes, dots, view)) continue;
+            // The rows of the lattice stand upright 30 degrees on from their direction.
+            reg.upright = lattice.rows + 30.0;
+            reg.window = plan.angleWindow;
             ++out.decisions;
             Decision d = engine.decide(view, std::move(reg), plan, request.imgName,
                                        request.keepUpright, request.bits, request.count);
@@ -280,6 +283,7 @@ ReadPlan ReadPlan::from(SystemPara& record) {
         plan.maxViews = std::max(1, record.det_maxViews);
         plan.maxCandidates = std::max(1, record.det_maxCandidates);
         plan.maxRefused = std::max(1, record.det_maxRefused);
+        plan.angleWindow = std::clamp(static_cast<double>(record.det_angleWindow), 0.0, 30.0);
     }
     return plan;
 }

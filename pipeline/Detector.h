@@ -31,6 +31,7 @@ struct ReadPlan {
     bool sizeRule = false;
     double spacingLo = 0.0, spacingHi = 0.0;
     LatticeLimits lattice;
+    double angleWindow = 0.0;  // degrees about the lattice's rows the angle search looks first
     // Limits of one frame: views prepared, clusters looked at per view, and candidates refused
     // in a row after the angle search before the frame is given up.
     int maxViews = 6;

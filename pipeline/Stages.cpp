@@ -270,7 +270,18 @@ Angle angle(Region& region, bool legacy, bool onlineReg, SystemPara* para) {
         if (out.degrees < 0) out.status = out.degrees;
     } else {
         PatternRotationCalculation search;
-        out.degrees = search.rotationAngleCal(region.binary, out.scores, out.peaks);
+        const int near = region.window > 0.0
+                             ? search.rotationAngleNear(region.binary, out.scores, out.peaks,
+                                                        region.upright, region.window)
+                             : -1;
+        out.windowed = near >= 0;
+        if (out.windowed) {
+            out.degrees = near;
+        } else {
+            out.scores.setTo(0);
+            out.peaks.setTo(0);
+            out.degrees = search.rotationAngleCal(region.binary, out.scores, out.peaks);
+        }
     }
     if (out.status == 0 && out.degrees >= 0 && out.degrees < out.scores.cols)
         out.score = out.scores.at<float>(0, out.degrees);

@@ -56,6 +56,9 @@ Clusters cluster(const Preprocessed& pre, float dc, bool fast = false);
 
 struct Region {
     int status = 0;
+    // Where the angle search looks first: the angle that stands the cluster's lattice rows
+    // upright (modulo 60) and the half-width of the window about it; window 0 searches all.
+    double upright = 0.0, window = 0.0;
     bool threw = false;  // the clustering raised an exception (reported as -200)
     cv::Rect rect;       // in the processed frame
     int clusters = 0;
@@ -79,6 +82,7 @@ std::vector<cv::Point2f> clusterDots(const Clusters& clusters, int label);
 struct Angle {
     int status = 0;
     int degrees = 0;
+    bool windowed = false;  // found within the region's window, not by the whole search
     float score = 0.f;
     cv::Mat scores;  // 1 x 180
     cv::Mat peaks;   // 180 x 20

@@ -2,6 +2,7 @@
 // spacing of codes at every angle are held by the frame-chain test and the reference reads.
 
 #include "ImageRotation.h"
+#include "LatticeCheck.h"
 #include "PatternRotationCalculation.h"
 #include "SystemPara.h"
 #include "gapCalculation.h"
@@ -95,6 +96,29 @@ TEST(AngleOfRenderedCode, IsFoundAndTurnsTheGridUpright) {
         EXPECT_NEAR(gapCalculation().gap_cal(scores, table), spacing, 0.03 * spacing) << phi;
         ImageRotation().rotate(bin, up, static_cast<float>(theta));
         EXPECT_LE(std::fabs(periodDiff(search.rotationAngleCal(up, s2, t2), 0)), 2.0) << phi;
+    }
+}
+
+// The window about the dots' own lattice rows finds the whole search's angle and spacing; a
+// window whose best lies at its edge leaves the angle to the whole search.
+TEST(AngleOfRenderedCode, WindowAboutTheLatticeRowsFindsTheSameAngle) {
+    const double spacing = 13.0;
+    for (double phi : {0.0, 7.0, 31.0, 58.0, 104.0, 151.0, 179.0}) {
+        cv::Mat bin = geomtest::renderBinary(geomtest::style(phi, spacing, cv::Size(180, 180)));
+        cv::Mat labels, stats, centres;
+        const int n = cv::connectedComponentsWithStats(bin, labels, stats, centres);
+        std::vector<cv::Point2f> dots;
+        for (int i = 1; i < n; ++i)
+            dots.emplace_back(centres.at<double>(i, 0), centres.at<double>(i, 1));
+        const double upright = latticeOf(dots).rows + 30.0;
+        cv::Mat scores = scoreRow(), table = peakTable(), s2 = scoreRow(), t2 = peakTable();
+        PatternRotationCalculation search;
+        const int theta = search.rotationAngleCal(bin, scores, table);
+        EXPECT_EQ(search.rotationAngleNear(bin, s2, t2, upright, 6.0), theta) << phi;
+        EXPECT_EQ(gapCalculation().gap_cal_M2(s2, t2), gapCalculation().gap_cal_M2(scores, table))
+            << phi;
+        cv::Mat s3 = scoreRow(), t3 = peakTable();
+        EXPECT_EQ(search.rotationAngleNear(bin, s3, t3, theta + 5.0, 6.0), -1) << phi;
     }
 }
 
