@@ -13,7 +13,7 @@ DEMO_DIR   := $(BUILD)/demo
 # without installing it (nothing of its Python code is used).
 PHOTOS     := $(BUILD)/photos
 
-.PHONY: all deps anchor-deps configure build asan tsan test test-arm deb demo bench accuracy fuzz photos format clean
+.PHONY: all deps anchor-deps configure build asan tsan test test-arm deb demo bench cost accuracy fuzz photos format clean
 
 all: build
 
@@ -109,6 +109,13 @@ anchor-deps:
 bench: anchor-deps build
 	cmake $(BUILD) >/dev/null && cmake --build $(BUILD) -j $(JOBS) --target qbcode_bench
 	$(BUILD)/bench/qbcode_bench --benchmark_min_time=0.2
+
+# Instructions per read under callgrind and the heap of a read under massif: figures that do not
+# depend on the machine's load (docs/performance.md).
+cost: anchor-deps build photos
+	@command -v valgrind >/dev/null || $(SUDO) apt-get install -y -qq valgrind
+	cmake $(BUILD) >/dev/null && cmake --build $(BUILD) -j $(JOBS) --target qbcode_read_cost
+	scripts/read_cost.sh $(BUILD)
 
 # The full accuracy suite: table, CSV, plot and kept failures under $(BUILD)/accuracy.
 accuracy: build photos

@@ -12,8 +12,6 @@
 #include "bench_frames.h"
 
 #ifdef QBCODE_BENCH_ZXING
-#include <ZXing/BitMatrix.h>
-#include <ZXing/MultiFormatWriter.h>
 #include <ZXing/ReadBarcode.h>
 #endif
 #ifdef QBCODE_BENCH_APRILTAG
@@ -23,39 +21,10 @@
 
 namespace {
 
-#if defined(QBCODE_BENCH_ZXING) || defined(QBCODE_BENCH_APRILTAG)
-// A symbol of `side` pixels (dark modules on a light ground) in the middle of a 480 x 640
-// frame, turned and degraded like the camera frames of our own code.
-cv::Mat cameraView(const cv::Mat& symbol, int side) {
-    cv::Mat big;
-    cv::resize(symbol, big, cv::Size(side, side), 0, 0, cv::INTER_NEAREST);
-    cv::Mat frame(480, 640, CV_8U, cv::Scalar(200));
-    big.copyTo(frame(cv::Rect((640 - side) / 2, (480 - side) / 2, side, side)));
-    const cv::Mat turn = cv::getRotationMatrix2D(cv::Point2f(320.f, 240.f), 23.0, 1.0);
-    cv::warpAffine(frame, frame, turn, frame.size(), cv::INTER_LINEAR, cv::BORDER_CONSTANT,
-                   cv::Scalar(200));
-    cv::GaussianBlur(frame, frame, cv::Size(0, 0), 0.8);
-    cv::Mat noise(frame.size(), CV_16S);
-    cv::RNG rng(7);
-    rng.fill(noise, cv::RNG::NORMAL, 0, 3);
-    cv::Mat grey;
-    frame.convertTo(grey, CV_16S);
-    grey += noise;
-    grey.convertTo(frame, CV_8U);
-    return frame;
-}
-#endif
-
 #ifdef QBCODE_BENCH_ZXING
 void BM_Anchor_ZXingQR(benchmark::State& state) {
     const qbbench::SingleThread single;
-    const ZXing::BitMatrix bits = ZXing::MultiFormatWriter(ZXing::BarcodeFormat::QRCode)
-                                      .setMargin(4)
-                                      .encode(std::string("https://example.org/qbcode/0042"), 0, 0);
-    const ZXing::Matrix<uint8_t> modules = ZXing::ToMatrix<uint8_t>(bits);
-    cv::Mat symbol(modules.height(), modules.width(), CV_8U);
-    std::memcpy(symbol.data, modules.data(), symbol.total());
-    const cv::Mat frame = cameraView(symbol, 240);
+    const cv::Mat frame = qbbench::qrFrame();
     const ZXing::ImageView view(frame.data, frame.cols, frame.rows, ZXing::ImageFormat::Lum);
     const ZXing::DecodeHints hints = ZXing::DecodeHints().setFormats(ZXing::BarcodeFormat::QRCode);
     for (auto _ : state) {
@@ -78,7 +47,7 @@ void BM_Anchor_AprilTag36h11(benchmark::State& state) {
     // The library exports no image_u8_destroy; its images are two calloc'd blocks.
     free(tag->buf);
     free(tag);
-    const cv::Mat frame = cameraView(symbol, 240);
+    const cv::Mat frame = qbbench::anchorView(symbol, 240);
 
     apriltag_detector_t* detector = apriltag_detector_create();
     apriltag_detector_add_family(detector, family);

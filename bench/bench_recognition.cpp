@@ -5,45 +5,11 @@
 
 #include <benchmark/benchmark.h>
 #include <opencv2/core.hpp>
-#include <opencv2/core/utility.hpp>
 
 #include "bench_frames.h"
 #include "qbcode_hexagon_recognition.h"
 #include "qbcode_reader.hpp"
 #include "qbcode_render.h"
-
-namespace qbbench {
-
-const std::vector<cv::Mat>& cameraFrames() {
-    static const std::vector<cv::Mat> frames = [] {
-        // Rotations across the whole turn and spacings across the usual camera range; every
-        // frame reads with the shipped parameter file.
-        const double rotations[8] = {0.0, 12.0, 23.0, 37.0, 52.0, 75.0, 118.0, 161.0};
-        const double spacings[8] = {18.0, 20.0, 22.0, 24.0, 20.0, 22.0, 18.0, 24.0};
-        std::vector<cv::Mat> out;
-        for (int i = 0; i < 8; ++i) {
-            qbrender::CodeStyle style;
-            style.rotationDeg = rotations[i];
-            style.spacing = spacings[i];
-            style.dotDiameter = 0.6 * spacings[i];
-            style.size = cv::Size(640, 480);
-            out.push_back(qbrender::renderCamera(qbrender::randomBits(100 + i), style,
-                                                 qbrender::typicalCamera(1 + i)));
-        }
-        return out;
-    }();
-    return frames;
-}
-
-SingleThread::SingleThread() : saved(cv::getNumThreads()) {
-    cv::setNumThreads(1);
-}
-
-SingleThread::~SingleThread() {
-    cv::setNumThreads(saved);
-}
-
-}  // namespace qbbench
 
 namespace {
 

@@ -11,52 +11,15 @@
 #include <benchmark/benchmark.h>
 #include <opencv2/imgproc.hpp>
 
-#include "../tests/accuracy/conditions.h"
 #include "bench_frames.h"
 #include "qbcode_hexagon_recognition.h"
 #include "qbcode_reader.hpp"
-#include "qbcode_render.h"
 
 #ifdef QBCODE_BENCH_ZXING
 #include <ZXing/ReadBarcode.h>
 #endif
 
 namespace {
-
-// The accuracy suite's own frames, drawn as the suite draws them: its nominal set, and its
-// no-code set (photographs when the folder was configured, textures, noise, and hexagonal
-// fields with random markers).
-std::vector<cv::Mat> suiteFrames(const std::vector<std::string>& names, int each) {
-#ifdef QBCODE_PHOTOS_DIR
-    const std::vector<accuracy::Condition> all =
-        accuracy::buildConditions(accuracy::loadPhotos(QBCODE_PHOTOS_DIR));
-#else
-    const std::vector<accuracy::Condition> all = accuracy::buildConditions({});
-#endif
-    std::vector<cv::Mat> out;
-    for (const accuracy::Condition& c : all)
-        if (std::find(names.begin(), names.end(), c.name) != names.end())
-            for (const accuracy::Sample& f : accuracy::framesOf(c, each)) out.push_back(f.image);
-    return out;
-}
-
-// Three codes in one 480 x 640 frame, far enough apart to be clusters of their own. Without
-// stray blobs: one render's blobs, kept clear of its own code, would land on the others.
-cv::Mat threeCodes() {
-    cv::Mat frame(480, 640, CV_8U, cv::Scalar(0));
-    const cv::Point2d centres[3] = {{130.0, 130.0}, {510.0, 130.0}, {320.0, 370.0}};
-    for (int k = 0; k < 3; ++k) {
-        qbrender::CodeStyle style;
-        style.spacing = 17.0;
-        style.dotDiameter = 10.2;
-        style.rotationDeg = 20.0 + 35.0 * k;
-        style.centre = centres[k];
-        qbrender::CameraOptions camera = qbrender::typicalCamera(900 + k);
-        camera.clutterBlobs = 0;
-        cv::max(frame, qbrender::renderCamera(qbrender::randomBits(800 + k), style, camera), frame);
-    }
-    return frame;
-}
 
 double median(std::vector<double> v) {
     if (v.empty()) return 0.0;
@@ -90,10 +53,10 @@ qbcode::ImageView viewOf(const cv::Mat& m) {
 
 void BM_Stream_Interleaved(benchmark::State& state) {
     const qbbench::SingleThread single;
-    const std::vector<cv::Mat> nominal = suiteFrames({"nominal"}, 24);
+    const std::vector<cv::Mat> nominal = qbbench::suiteFrames({"nominal"}, 24);
     const std::vector<cv::Mat> empty =
-        suiteFrames({"photographs", "textures", "noise", "fake hex fields"}, 12);
-    const cv::Mat three = threeCodes();
+        qbbench::suiteFrames({"photographs", "textures", "noise", "fake hex fields"}, 12);
+    const cv::Mat three = qbbench::threeCodes();
     qbcode::Reader reader(qbcode::ReaderOptions::fromFile(QBCODE_DEFAULT_PARAMS));
     std::vector<double> read, readC, none, noneC, all3, one3, zx;
     std::vector<int> bits(91);
