@@ -65,10 +65,12 @@ Outcome run(const Condition& cond, int images, uint64_t seed, const std::string&
             exact = status == 0 && !s.bits.empty() && bits == s.bits;
             if (status == 0 && !s.bits.empty())
                 margins->push_back({r.decision_margin, exact, cond.name, i});
-        } else if (s.codes.empty()) {
+        } else if (s.codes.empty() || s.anyCode) {
             status = quelbor_hexagon_recognition(s.image.data, s.image.rows, s.image.cols, 0,
                                                  params.c_str(), bits.data(), 91, box, 4);
-            exact = status == 0 && !s.bits.empty() && bits == s.bits;
+            exact = status == 0 &&
+                    (s.anyCode ? std::find(s.codes.begin(), s.codes.end(), bits) != s.codes.end()
+                               : !s.bits.empty() && bits == s.bits);
         } else {
             // Exact when every code came back; a read that matches none of them is wrong.
             std::vector<qbcode_result> found(8);
@@ -324,7 +326,9 @@ int main(int argc, char** argv) {
         if (c.set == "nominal" && (exact < nominalBar || o.wrong > 0)) ok = false;
         if (c.set == "hard" && (exact < hardBar || wrong >= (quick ? 1e-9 : 1.0))) ok = false;
         if (c.set == "nocode" && c.name != "fake hex fields" && falseReads > 0) ok = false;
-        if ((c.set == "cut" || c.set == "camera" || c.set == "cover") && o.wrong > 0) ok = false;
+        if ((c.set == "cut" || c.set == "camera" || c.set == "cover" || c.set == "scene") &&
+            o.wrong > 0)
+            ok = false;
         outcomes.push_back(std::move(o));
     }
     writePlot(outDir + "/accuracy.png", conds, outcomes);

@@ -23,6 +23,8 @@ struct Sample {
     std::vector<int> bits;  // empty: no code in the image
     // Frames with several codes: all of them, read through the every-code call.
     std::vector<std::vector<int>> codes;
+    // Read through the C call instead, which must return one of the codes exactly.
+    bool anyCode = false;
 };
 
 using Rng = std::mt19937_64;
@@ -290,6 +292,117 @@ inline Sample labelOnPhoto(Rng& rng, const std::vector<cv::Mat>& photos) {
     return out;
 }
 
+// Two codes side by side in one 480 x 640 frame, their centres 2.1 to 2.6 code radii apart.
+inline Sample closeNeighbours(Rng& rng, bool anyCode) {
+    Sample out;
+    out.anyCode = anyCode;
+    out.image = cv::Mat::zeros(480, 640, CV_8U);
+    const double spacing = uniform(rng, 13, 15), radius = 5 * spacing;
+    const double apart = uniform(rng, 2.1, 2.6) * radius, turn = uniform(rng, 0, CV_PI);
+    const cv::Point2d half(std::cos(turn) * apart / 2, std::sin(turn) * apart / 2);
+    for (int k = 0; k < 2; ++k) {
+        qbrender::CodeStyle style;
+        style.spacing = spacing * uniform(rng, 0.95, 1.05);
+        style.dotDiameter = style.spacing * uniform(rng, 0.5, 0.7);
+        style.rotationDeg = uniform(rng, 0, 360);
+        style.centre = cv::Point2d(320, 240) + (k ? half : -half);
+        qbrender::CameraOptions cam;
+        cam.blurSigma = uniform(rng, 0, 1);
+        cam.noiseSigma = uniform(rng, 0, 3);
+        cam.seed = rng();
+        out.codes.push_back(randomCode(rng, 45));
+        cv::max(out.image, qbrender::renderCamera(out.codes.back(), style, cam), out.image);
+    }
+    return out;
+}
+
+// A soft shadow edge across the code: 35 to 60 % of the light on one side of a line through it.
+inline void shadowEdge(cv::Mat& frame, const qbrender::CodeStyle& style, Rng& rng) {
+    const double a = uniform(rng, 0, 2 * CV_PI), keep = uniform(rng, 0.35, 0.6);
+    const double soft = uniform(rng, 0.5, 2.0) * style.spacing;
+    const cv::Point2d n(std::cos(a), std::sin(a));
+    const cv::Point2d through = style.centre + n * (uniform(rng, -2, 2) * style.spacing);
+    for (int y = 0; y < frame.rows; ++y)
+        for (int x = 0; x < frame.cols; ++x) {
+            const double d = (cv::Point2d(x, y) - through).dot(n) / soft;
+            const double light = keep + (1 - keep) / (1 + std::exp(-d));
+            uchar& p = frame.at<uchar>(y, x);
+            p = cv::saturate_cast<uchar>(p * light);
+        }
+}
+
+// A printed label photographed as people do: dark dots on light paper lying in a scene, turned
+// up to 20 degrees, uneven light, and with `glossy` an area light's highlight over part of the
+// code and depth of field (sharp on one side, soft on the other); JPEG 60 to 90.
+inline Sample labelInScene(Rng& rng, const std::vector<cv::Mat>& photos, bool glossy) {
+    Sample out;
+    out.image = photos[rng() % photos.size()].clone();
+    qbrender::CodeStyle style;
+    style.spacing = uniform(rng, 16, 24);
+    style.dotDiameter = style.spacing * uniform(rng, 0.5, 0.7);
+    style.rotationDeg = uniform(rng, 0, 360);
+    style.background = uniform(rng, 185, 235);
+    style.foreground = uniform(rng, 20, 70);
+    style.size = out.image.size();
+    style.centre = cv::Point2d(uniform(rng, 200, 440), uniform(rng, 160, 320));
+    qbrender::CameraOptions cam;
+    cam.tiltDeg = uniform(rng, 0, 20);
+    cam.tiltAxisDeg = uniform(rng, 0, 180);
+    cam.seed = rng();
+    out.bits = randomCode(rng, 45);
+    const cv::Mat label = qbrender::renderCamera(out.bits, style, cam);
+    // The paper: every position printed with dots large enough to merge, seen the same way.
+    qbrender::CodeStyle sheet = style;
+    sheet.background = 0;
+    sheet.foreground = 255;
+    sheet.dotDiameter = 2.6 * style.spacing;
+    qbrender::CameraOptions tiltOnly;
+    tiltOnly.tiltDeg = cam.tiltDeg;
+    tiltOnly.tiltAxisDeg = cam.tiltAxisDeg;
+    const cv::Mat paper =
+        qbrender::renderCamera(std::vector<int>(out.bits.size(), 1), sheet, tiltOnly) > 128;
+    label.copyTo(out.image, paper);
+    cv::Mat f;
+    out.image.convertTo(f, CV_32F);
+    const double across = uniform(rng, 0.2, 0.5), dir = uniform(rng, 0, 2 * CV_PI);
+    for (int y = 0; y < f.rows; ++y)
+        for (int x = 0; x < f.cols; ++x) {
+            const double u = ((x - 320) * std::cos(dir) + (y - 240) * std::sin(dir)) / 400.0;
+            f.at<float>(y, x) *= static_cast<float>(1.0 - across * (0.5 + 0.5 * u));
+        }
+    if (glossy) {
+        cv::Mat sharp = f.clone(), soft;
+        cv::GaussianBlur(f, soft, cv::Size(), uniform(rng, 1.5, 2.5));
+        for (int y = 0; y < f.rows; ++y)
+            for (int x = 0; x < f.cols; ++x) {
+                const float w =
+                    static_cast<float>(std::clamp((x - style.centre.x) / 300.0 + 0.5, 0.0, 1.0));
+                f.at<float>(y, x) = (1 - w) * sharp.at<float>(y, x) + w * soft.at<float>(y, x);
+            }
+        // The highlight: a soft ellipse of light over part of the code, washing out contrast.
+        cv::Mat light = cv::Mat::zeros(f.size(), CV_32F);
+        const cv::Point2d at = style.centre + cv::Point2d(uniform(rng, -3, 3) * style.spacing,
+                                                          uniform(rng, -3, 3) * style.spacing);
+        cv::ellipse(light, cv::Point(at),
+                    cv::Size(static_cast<int>(uniform(rng, 1.0, 2.5) * style.spacing),
+                             static_cast<int>(uniform(rng, 0.5, 1.2) * style.spacing)),
+                    uniform(rng, 0, 180), 0, 360, cv::Scalar(uniform(rng, 60, 120)), -1);
+        cv::GaussianBlur(light, light, cv::Size(), style.spacing);
+        f += light;
+    }
+    // Seeded from the condition's own generator: OpenCV's shared one would make the frame
+    // depend on what was drawn before it.
+    cv::Mat noise(f.size(), CV_32F);
+    cv::RNG(rng()).fill(noise, cv::RNG::NORMAL, 0.0, uniform(rng, 1, 4));
+    f += noise;
+    f.convertTo(out.image, CV_8U);
+    std::vector<uchar> jpeg;
+    cv::imencode(".jpg", out.image, jpeg,
+                 {cv::IMWRITE_JPEG_QUALITY, static_cast<int>(uniform(rng, 60, 90))});
+    out.image = cv::imdecode(jpeg, cv::IMREAD_GRAYSCALE);
+    return out;
+}
+
 inline std::vector<cv::Mat> loadPhotos(const std::string& dir) {
     std::vector<cv::Mat> photos;
     if (dir.empty() || !std::filesystem::is_directory(dir)) return photos;
@@ -408,6 +521,29 @@ inline std::vector<Condition> buildConditions(const std::vector<cv::Mat>& photos
     if (!photos.empty())
         add("label on a photograph", "", 0, "camera",
             [photos](Rng& rng) { return labelOnPhoto(rng, photos); });
+    // What a hand-held or line camera still shows: steep views, small codes, neighbours, real
+    // scenes. Reported beside the rest; a wrong read fails the suite.
+    variant("tilt 35-50deg", "scene", [](Scene& s) {
+        s.spacingLo = 20;
+        s.spacingHi = 30;
+        s.cam.tiltDeg = 35;
+        s.tiltHi = 50;
+    });
+    variant("spacing 8-14px", "scene", [](Scene& s) {
+        s.spacingLo = 8;
+        s.spacingHi = 14;
+    });
+    add("close neighbours, C call", "", 0, "scene",
+        [](Rng& rng) { return closeNeighbours(rng, true); });
+    add("close neighbours, every code", "", 0, "scene",
+        [](Rng& rng) { return closeNeighbours(rng, false); });
+    variant("shadow edge", "scene", [](Scene& s) { s.over = shadowEdge; });
+    if (!photos.empty()) {
+        add("label in a scene", "", 0, "scene",
+            [photos](Rng& rng) { return labelInScene(rng, photos, false); });
+        add("glossy label", "", 0, "scene",
+            [photos](Rng& rng) { return labelInScene(rng, photos, true); });
+    }
     // Things lying on the code: a read must come back exact or be refused.
     const std::pair<const char*, Cover> covers[] = {
         {"grey objects on the code", Cover::Grey},     {"dark objects on the code", Cover::Dark},
