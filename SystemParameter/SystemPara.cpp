@@ -256,6 +256,7 @@ KeyList SystemPara::keysFor(const std::string& section) {
                 {"matchRadius", floatKey(verify_matchRadius)},
                 {"maxMissing", intKey(verify_maxMissing)},
                 {"maxResidual", floatKey(verify_maxResidual)},
+                {"?maxCrowded", intKey(verify_maxCrowded)},
                 {"maxUnexplained", intKey(verify_maxUnexplained)},
                 {"?minConfidence", floatKey(verify_minConfidence)}};
     } else if (section == "Camera") {

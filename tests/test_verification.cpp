@@ -25,6 +25,7 @@ struct Case {
     bool strayDot;          // a speck inside a blank box
     int status;             // 0, a status, or 1 for "any refusal"
     double frameWidth = 0;  // of the camera's frame from the kept area's left edge; 0: no check
+    int beside = 0;         // dots of something else just outside a printed outer-ring dot
 };
 
 void PrintTo(const Case& c, std::ostream* os) {
@@ -70,9 +71,16 @@ TEST_P(Verification, RefusesGridsOffThePrint) {
     in.frame = cv::Rect2d(0, 0, c.frameWidth, bin.rows);
     in.frameMargin = c.frameWidth > 0 ? 0.6 : 0.0;
     in.centroids = dots;
+    int outer = 61;  // the first printed position of the outer ring
+    while (!truth[outer]) ++outer;
+    const cv::Point2d out = (printed[outer] - kCentre) * (1.0 / cv::norm(printed[outer] - kCentre));
+    const cv::Point2d along(-out.y, out.x);
+    for (int k = 0; k < c.beside; ++k)
+        in.centroids.push_back(printed[outer] + out * (0.9 * kSpacing) + along * (k * kSpacing));
 
     Grid_verification verification(nullptr);
     verification.enabled = 1;
+    verification.maxCrowded = 0;
     Grid_verification::Checks checks;
     const int status = verification.Run(in, checks);
     EXPECT_TRUE(c.status == 1 ? status < 0 : status == c.status)
@@ -85,17 +93,18 @@ TEST_P(Verification, RefusesGridsOffThePrint) {
     EXPECT_EQ(verification.Run(in, checks), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Grids, Verification,
-                         ::testing::Values(Case{"RightGrid", 0, 0, 320, false, 0},
-                                           Case{"ShiftedOneStep", 0, 1, 320, false, 1},
-                                           Case{"TurnedSixDegrees", 6, 0, 320, false, 1},
-                                           Case{"CutByTheFrameEdge", 0, 0, 240, false, -511},
-                                           Case{"StrayDotInABlankBox", 0, 0, 320, true, -510},
-                                           Case{"WithinTheFramesMargin", 0, 0, 320, false, 0, 280},
-                                           Case{"NearTheFramesEdge", 0, 0, 320, false, -511, 255}),
-                         [](const ::testing::TestParamInfo<Case>& info) {
-                             return std::string(info.param.name);
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    Grids, Verification,
+    ::testing::Values(Case{"RightGrid", 0, 0, 320, false, 0},
+                      Case{"ShiftedOneStep", 0, 1, 320, false, 1},
+                      Case{"TurnedSixDegrees", 6, 0, 320, false, 1},
+                      Case{"CutByTheFrameEdge", 0, 0, 240, false, -511},
+                      Case{"StrayDotInABlankBox", 0, 0, 320, true, -510},
+                      Case{"WithinTheFramesMargin", 0, 0, 320, false, 0, 280},
+                      Case{"NearTheFramesEdge", 0, 0, 320, false, -511, 255},
+                      Case{"ACodeBesideTheOuterRing", 0, 0, 320, false, -515, 0, 2},
+                      Case{"ASpeckBesideTheOuterRing", 0, 0, 320, false, 0, 0, 1}),
+    [](const ::testing::TestParamInfo<Case>& info) { return std::string(info.param.name); });
 
 }  // namespace
 

@@ -24,6 +24,7 @@ int Grid_verification::Initiate() {
     matchRadius = sysPara->verify_matchRadius;
     maxMissing = sysPara->verify_maxMissing;
     maxResidual = sysPara->verify_maxResidual;
+    maxCrowded = sysPara->verify_maxCrowded;
     maxUnexplained = sysPara->verify_maxUnexplained;
     minConfidence = sysPara->verify_minConfidence;
     return 1;
@@ -108,6 +109,43 @@ int Grid_verification::Run(const Input& in, Checks& out) const {
             from.empty() ? 0.0 : std::sqrt(sum / static_cast<double>(from.size())) / in.spacing;
     }
 
+    if (out.fitted && n > 7) {
+        // The outer ring: positions farther from the centre than ring k - 1 reaches.
+        const double s2 = in.spacing * in.spacing;
+        double inner = 0.0;
+        for (int i = 0; i < n; ++i) inner = std::max(inner, dist2(predicted[i], predicted[0]));
+        inner = std::sqrt(inner) - 0.75 * in.spacing;
+        const size_t m = in.centroids.size();
+        std::vector<char> off(m, 1);
+        std::vector<int> ringDots;
+        for (int i = 0; i < n; ++i) {
+            if (in.bits[i] != 1) continue;
+            const int j = gridmatch::mutualNearest(predicted, i, in.centroids, radius);
+            if (j < 0) continue;
+            off[static_cast<size_t>(j)] = 0;
+            if (std::sqrt(dist2(predicted[i], predicted[0])) > inner) ringDots.push_back(j);
+        }
+        for (size_t c = 0; c < m; ++c) {
+            const int i = off[c] ? nearestOf(in.centroids[c], predicted) : -1;
+            off[c] = i >= 0 && dist2(in.centroids[c], predicted[i]) > radius * radius;
+        }
+        // A dot of something else: off every position and beside another such dot (a speck
+        // or a blob of the scene stands alone).
+        auto foreign = [&](size_t c) {
+            for (size_t d = 0; d < m; ++d)
+                if (d != c && off[d] && dist2(in.centroids[c], in.centroids[d]) <= 1.69 * s2)
+                    return true;
+            return false;
+        };
+        for (int j : ringDots)
+            for (size_t c = 0; c < m; ++c)
+                if (off[c] && dist2(in.centroids[c], in.centroids[j]) <= 1.21 * s2 &&
+                    dist2(in.centroids[c], predicted[0]) > dist2(in.centroids[j], predicted[0]) &&
+                    foreign(c)) {
+                    ++out.crowded;
+                    break;
+                }
+    }
     if (!enabled) return 0;
     if (inside && out.outside > 0) return -511;
     if (markers && out.markersMatched < qbcode::markerCount()) return -512;
@@ -115,6 +153,7 @@ int Grid_verification::Run(const Input& in, Checks& out) const {
     if (out.dotsMissing > maxMissing || !out.fitted) return -513;
     if (out.dotsUnexplained > maxUnexplained) return -515;
     if (out.residual > maxResidual) return -514;
+    if (maxCrowded >= 0 && out.crowded > maxCrowded) return -515;
     return 0;
 }
 

@@ -43,6 +43,9 @@ public:
         int dotsMatched = 0;     // 1-bits with a centroid (mutual nearest, within the radius)
         int dotsMissing = 0;
         int dotsUnexplained = 0;  // detected dots on positions the bits call blank
+        // Dots of the outer ring with a dot beside them outside the code, off every position:
+        // something printed next to the code (another code) whose dots may be read as ours.
+        int crowded = 0;
         double residual =
             0.0;              // RMS distance of matched centroids from the fitted grid, in spacings
         double margin = 0.0;  // smallest |fill - threshold| / threshold over all positions
@@ -67,6 +70,7 @@ public:
     float matchRadius = 0.33f;
     int maxMissing = 0;
     float maxResidual = 0.15f;
+    int maxCrowded = -1;  // -1: no limit
     int maxUnexplained = 0;
     float minConfidence = -2.0f;
 };
