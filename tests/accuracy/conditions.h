@@ -292,13 +292,14 @@ inline Sample labelOnPhoto(Rng& rng, const std::vector<cv::Mat>& photos) {
     return out;
 }
 
-// Two codes side by side in one 480 x 640 frame, their centres 2.1 to 2.6 code radii apart.
-inline Sample closeNeighbours(Rng& rng, bool anyCode) {
+// Two codes side by side in one 480 x 640 frame, their centres `lo` to `hi` code radii apart
+// (below 2 their outer rings touch).
+inline Sample closeNeighbours(Rng& rng, bool anyCode, double lo = 2.1, double hi = 2.6) {
     Sample out;
     out.anyCode = anyCode;
     out.image = cv::Mat::zeros(480, 640, CV_8U);
     const double spacing = uniform(rng, 13, 15), radius = 5 * spacing;
-    const double apart = uniform(rng, 2.1, 2.6) * radius, turn = uniform(rng, 0, CV_PI);
+    const double apart = uniform(rng, lo, hi) * radius, turn = uniform(rng, 0, CV_PI);
     const cv::Point2d half(std::cos(turn) * apart / 2, std::sin(turn) * apart / 2);
     for (int k = 0; k < 2; ++k) {
         qbrender::CodeStyle style;
@@ -537,6 +538,8 @@ inline std::vector<Condition> buildConditions(const std::vector<cv::Mat>& photos
         [](Rng& rng) { return closeNeighbours(rng, true); });
     add("close neighbours, every code", "", 0, "scene",
         [](Rng& rng) { return closeNeighbours(rng, false); });
+    add("touching codes, C call", "", 0, "scene",
+        [](Rng& rng) { return closeNeighbours(rng, true, 1.7, 2.1); });
     variant("shadow edge", "scene", [](Scene& s) { s.over = shadowEdge; });
     if (!photos.empty()) {
         add("label in a scene", "", 0, "scene",
