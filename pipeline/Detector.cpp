@@ -132,6 +132,37 @@ bool covered(const std::vector<Decision>& codes, const std::vector<cv::Point2f>&
     return nearACode(codes, at.x, at.y);
 }
 
+// The dots of a cluster that lie off a code read from it: a second code the clustering joined
+// to the first, as one cluster, when they are printed close together.
+std::vector<cv::Point2f> offTheCode(const std::vector<cv::Point2f>& dots,
+                                    const qbcode::Result& code, const FrameView& view) {
+    std::vector<cv::Point2f> out;
+    const double reach = 5.6 * code.spacing;
+    for (const cv::Point2f& p : dots) {
+        const cv::Point2d at = view.frames.toInput(cv::Point2d(p.x, p.y), view.downsampled);
+        if (std::hypot(at.x - code.centre.x, at.y - code.centre.y) > reach) out.push_back(p);
+    }
+    return out;
+}
+
+// The clusters with `dots` (of cluster `label`) as a cluster of their own, and its rank.
+stages::Clusters splitOff(const stages::Clusters& clusters, int label,
+                          const std::vector<cv::Point2f>& dots, int& rank) {
+    stages::Clusters out = clusters;
+    const int fresh = std::max(out.count, 1);
+    for (size_t i = 0; i < out.labels.size(); ++i) {
+        if (label != -1 && out.labels[i] != label) continue;
+        const cv::Point2f p(out.coords[2 * i], out.coords[2 * i + 1]);
+        if (std::find(dots.begin(), dots.end(), p) != dots.end()) out.labels[i] = fresh;
+    }
+    out.count = fresh + 1;
+    rank = 0;
+    const auto size = [&out](int l) { return std::count(out.labels.begin(), out.labels.end(), l); };
+    for (int l = 0; l < out.count; ++l)
+        if (l != fresh && (size(l) > size(fresh) || (size(l) == size(fresh) && l < fresh))) ++rank;
+    return out;
+}
+
 // The configured region of one view per try, as the original driver reads it: the first try
 // that reads wins; when none does, the first try's failure stands.
 Decision readRank(AlgPipeline& engine, const ReadPlan& plan, Views& views,
@@ -242,10 +273,30 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
                 continue;
             }
             refusals = 0;
+            // Every code: the rest of the cluster may be a code printed beside this one.
+            std::vector<cv::Point2f> rest;
+            if (request.every) rest = offTheCode(dots, d.result, view);
             if (!nearACode(out.codes, d.result.centre.x, d.result.centre.y))
                 out.codes.push_back(std::move(d));
             if (request.maxCodes > 0 && static_cast<int>(out.codes.size()) >= request.maxCodes)
                 return out;
+            const LatticeStats restLattice = latticeOf(rest, plan.lattice);
+            if (restLattice.passes(plan.lattice)) {
+                int restRank = 0;
+                const stages::Clusters split = splitOff(view.clusters, label, rest, restRank);
+                stages::Region again = stages::region(view.pre, split, restRank);
+                if (again.status < 0 || covered(out.codes, rest, view)) continue;
+                again.upright = restLattice.rows + 30.0;
+                again.window = plan.angleWindow;
+                ++out.decisions;
+                Decision e = engine.decide(view, std::move(again), plan, request.imgName,
+                                           request.keepUpright, request.bits, request.count);
+                noteTry(e, views, k);
+                if (e.status() == 0 && !nearACode(out.codes, e.result.centre.x, e.result.centre.y))
+                    out.codes.push_back(std::move(e));
+                if (request.maxCodes > 0 && static_cast<int>(out.codes.size()) >= request.maxCodes)
+                    return out;
+            }
         }
     }
     return out;

@@ -274,8 +274,7 @@ Angle angle(Region& region, bool legacy, bool onlineReg, SystemPara* para) {
                              ? search.rotationAngleNear(region.binary, out.scores, out.peaks,
                                                         region.upright, region.window)
                              : -1;
-        out.windowed = near >= 0;
-        if (out.windowed) {
+        if (near >= 0) {
             out.degrees = near;
         } else {
             out.scores.setTo(0);

@@ -82,7 +82,6 @@ std::vector<cv::Point2f> clusterDots(const Clusters& clusters, int label);
 struct Angle {
     int status = 0;
     int degrees = 0;
-    bool windowed = false;  // found within the region's window, not by the whole search
     float score = 0.f;
     cv::Mat scores;  // 1 x 180
     cv::Mat peaks;   // 180 x 20

@@ -123,6 +123,23 @@ TEST(ReadAll, EveryCodeInTheFrame) {
     EXPECT_TRUE(qbcode::readAll(qbcode::ImageView(blank.data, 480, 640)).empty());
 }
 
+// Two codes printed close together make one cluster; the dots off the first code read are a
+// candidate of their own, and both codes come back.
+TEST(ReadAll, CodesPrintedCloseTogether) {
+    const std::vector<int> left = qbrender::randomBits(7), right = qbrender::randomBits(8);
+    cv::Mat img =
+        qbrender::renderCode(left, geomtest::style(10, 14, cv::Size(640, 480), {235, 240}));
+    cv::max(img,
+            qbrender::renderCode(right, geomtest::style(47, 14, cv::Size(640, 480), {400, 245})),
+            img);
+    const std::vector<qbcode::Result> found =
+        qbcode::readAll(qbcode::ImageView(img.data, 480, 640));
+    ASSERT_EQ(found.size(), 2u);
+    const bool leftFirst = found[0].centre.x < found[1].centre.x;
+    EXPECT_EQ(found[leftFirst ? 0 : 1].bits, left);
+    EXPECT_EQ(found[leftFirst ? 1 : 0].bits, right);
+}
+
 // The extended C call gives what the original one gives, and the rest, on any row stride.
 TEST(ExtendedCall, AgreesWithTheOriginalCallOnAnyStride) {
     const std::vector<int> bits = qbrender::randomBits(9);
