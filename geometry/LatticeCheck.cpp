@@ -132,6 +132,30 @@ std::vector<cv::Point2f> around(const std::vector<cv::Point2f>& dots, double spa
 
 }  // namespace
 
+std::vector<cv::Point2f> codeAround(const std::vector<cv::Point2f>& dots, double spacing) {
+    if (dots.empty() || !(spacing > 0.0)) return dots;
+    // Within no reach of the seed: the seed alone.
+    const std::vector<cv::Point2f> seed = around(dots, spacing, 0.0);
+    if (seed.empty()) return dots;
+    cv::Point2d centre(seed.front().x, seed.front().y);
+    const double reach2 = 5.6 * 5.6 * spacing * spacing;
+    std::vector<cv::Point2f> out, kept;
+    for (int round = 0; round < 4; ++round) {
+        kept.clear();
+        cv::Point2d sum(0, 0);
+        for (const cv::Point2f& p : dots) {
+            const double dx = p.x - centre.x, dy = p.y - centre.y;
+            if (dx * dx + dy * dy > reach2) continue;
+            kept.push_back(p);
+            sum += cv::Point2d(p.x, p.y);
+        }
+        if (kept.empty()) break;
+        out.swap(kept);
+        centre = sum * (1.0 / static_cast<double>(out.size()));
+    }
+    return out.empty() ? dots : out;
+}
+
 LatticeStats latticeOf(const std::vector<cv::Point2f>& dots, const LatticeLimits& limits) {
     const LatticeStats whole = statsOf(dots);
     if (whole.passes(limits) || !(whole.spacing > 0.0) || dots.size() > 2000) return whole;

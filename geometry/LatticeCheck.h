@@ -42,6 +42,11 @@ struct LatticeStats {
 // Distance from each dot to its nearest other dot, in the dots' order (infinite for a lone dot).
 std::vector<double> nearestDistances(const std::vector<cv::Point2f>& dots);
 
+// The dots of one code among the dots of several printed close together: from the dot with the
+// most neighbours, the centre moves to the mean of the dots within a code's reach (5.6 spacings)
+// and those dots are kept. All of them when they are one code already.
+std::vector<cv::Point2f> codeAround(const std::vector<cv::Point2f>& dots, double spacing);
+
 // Neighbours are pairs closer than 1.3 median spacings. A hexagonal lattice seen at an angle
 // keeps its pairs of opposite directions, so the six-fold alignment falls slowly with tilt;
 // scattered blobs give about 1/sqrt(pairs). Where the whole set fails the limits, the dots

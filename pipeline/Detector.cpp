@@ -264,6 +264,28 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
                                        request.keepUpright, request.bits, request.count);
             noteTry(d, views, k);
             if (d.status() != 0) {
+                // Codes printed close together make one cluster whose crop holds parts of both:
+                // one code's own dots are decided once more, where the rest could be a code too.
+                const std::vector<cv::Point2f> core = codeAround(dots, lattice.spacing);
+                const LatticeStats coreLattice = latticeOf(core, plan.lattice);
+                if (dots.size() >= core.size() + static_cast<size_t>(plan.lattice.minDots) &&
+                    coreLattice.passes(plan.lattice)) {
+                    int coreRank = 0;
+                    const stages::Clusters split = splitOff(view.clusters, label, core, coreRank);
+                    stages::Region again = stages::region(view.pre, split, coreRank);
+                    if (again.status == 0) {
+                        again.upright = coreLattice.rows + 30.0;
+                        again.window = plan.angleWindow;
+                        ++out.decisions;
+                        Decision e =
+                            engine.decide(view, std::move(again), plan, request.imgName,
+                                          request.keepUpright, request.bits, request.count);
+                        noteTry(e, views, k);
+                        if (e.status() == 0) d = std::move(e);
+                    }
+                }
+            }
+            if (d.status() != 0) {
                 // Another ratio helps a lattice whose dots were too small or too large for
                 // this one, and nothing else.
                 unread = unread || !plan.sizeRule || lattice.spacing < plan.spacingLo ||
