@@ -224,6 +224,23 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
     // and not read. A frame without a code of a single polarity stops after its first view.
     bool gaps = false, unread = false;
     int refusals = 0;
+    // Part of a cluster's dots decided as a cluster of their own; false when it was not decided
+    // (no region, or a code already read lies on it) or not read.
+    auto decideApart = [&](const FrameView& view, size_t k, int label,
+                           const std::vector<cv::Point2f>& part, const LatticeStats& lattice,
+                           Decision& got) {
+        int rank = 0;
+        const stages::Clusters split = splitOff(view.clusters, label, part, rank);
+        stages::Region reg = stages::region(view.pre, split, rank);
+        if (reg.status < 0 || covered(out.codes, part, view)) return false;
+        reg.upright = lattice.rows + 30.0;
+        reg.window = plan.angleWindow;
+        ++out.decisions;
+        got = engine.decide(view, std::move(reg), plan, request.imgName, request.keepUpright,
+                            request.bits, request.count);
+        noteTry(got, views, k);
+        return got.status() == 0;
+    };
     for (size_t k = 0; k < views.size() && views.prepared() < plan.maxViews; ++k) {
         const bool flipped = views.dark(k) != views.dark(0);
         const bool mixed = views.mixedFrame() && (out.codes.empty() || request.every);
@@ -268,22 +285,11 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
                 // one code's own dots are decided once more, where the rest could be a code too.
                 const std::vector<cv::Point2f> core = codeAround(dots, lattice.spacing);
                 const LatticeStats coreLattice = latticeOf(core, plan.lattice);
+                Decision e;
                 if (dots.size() >= core.size() + static_cast<size_t>(plan.lattice.minDots) &&
-                    coreLattice.passes(plan.lattice)) {
-                    int coreRank = 0;
-                    const stages::Clusters split = splitOff(view.clusters, label, core, coreRank);
-                    stages::Region again = stages::region(view.pre, split, coreRank);
-                    if (again.status == 0) {
-                        again.upright = coreLattice.rows + 30.0;
-                        again.window = plan.angleWindow;
-                        ++out.decisions;
-                        Decision e =
-                            engine.decide(view, std::move(again), plan, request.imgName,
-                                          request.keepUpright, request.bits, request.count);
-                        noteTry(e, views, k);
-                        if (e.status() == 0) d = std::move(e);
-                    }
-                }
+                    coreLattice.passes(plan.lattice) &&
+                    decideApart(view, k, label, core, coreLattice, e))
+                    d = std::move(e);
             }
             if (d.status() != 0) {
                 // Another ratio helps a lattice whose dots were too small or too large for
@@ -303,19 +309,11 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
             if (request.maxCodes > 0 && static_cast<int>(out.codes.size()) >= request.maxCodes)
                 return out;
             const LatticeStats restLattice = latticeOf(rest, plan.lattice);
-            if (restLattice.passes(plan.lattice)) {
-                int restRank = 0;
-                const stages::Clusters split = splitOff(view.clusters, label, rest, restRank);
-                stages::Region again = stages::region(view.pre, split, restRank);
-                if (again.status < 0 || covered(out.codes, rest, view)) continue;
-                again.upright = restLattice.rows + 30.0;
-                again.window = plan.angleWindow;
-                ++out.decisions;
-                Decision e = engine.decide(view, std::move(again), plan, request.imgName,
-                                           request.keepUpright, request.bits, request.count);
-                noteTry(e, views, k);
-                if (e.status() == 0 && !nearACode(out.codes, e.result.centre.x, e.result.centre.y))
-                    out.codes.push_back(std::move(e));
+            Decision e;
+            if (restLattice.passes(plan.lattice) &&
+                decideApart(view, k, label, rest, restLattice, e) &&
+                !nearACode(out.codes, e.result.centre.x, e.result.centre.y)) {
+                out.codes.push_back(std::move(e));
                 if (request.maxCodes > 0 && static_cast<int>(out.codes.size()) >= request.maxCodes)
                     return out;
             }
