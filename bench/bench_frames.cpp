@@ -61,6 +61,11 @@ std::vector<cv::Mat> suiteFrames(const std::vector<std::string>& names, int each
     return out;
 }
 
+StreamFrames streamFrames() {
+    return {suiteFrames({"nominal"}, 24),
+            suiteFrames({"photographs", "textures", "noise", "fake hex fields"}, 12), threeCodes()};
+}
+
 // Without stray blobs: one render's blobs, kept clear of its own code, would land on the others.
 cv::Mat threeCodes() {
     cv::Mat frame(480, 640, CV_8U, cv::Scalar(0));

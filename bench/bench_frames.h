@@ -6,6 +6,8 @@
 
 #include <opencv2/core.hpp>
 
+#include "qbcode_reader.hpp"
+
 namespace qbbench {
 
 // Eight camera-like 480 x 640 frames of our code (fixed seeds).
@@ -16,6 +18,18 @@ const std::vector<cv::Mat>& cameraFrames();
 std::vector<cv::Mat> suiteFrames(const std::vector<std::string>& names, int each);
 // Three codes in one 480 x 640 frame, far enough apart to be clusters of their own.
 cv::Mat threeCodes();
+
+// A camera stream's frames: the suite's nominal set (24), its no-code set (12 each of
+// photographs, textures, noise and fake hexagonal fields) and the three-code frame.
+struct StreamFrames {
+    std::vector<cv::Mat> nominal, empty;
+    cv::Mat three;
+};
+StreamFrames streamFrames();
+
+inline qbcode::ImageView viewOf(const cv::Mat& m) {
+    return qbcode::ImageView(m.data, m.rows, m.cols, m.step);
+}
 
 // A symbol of `side` pixels (dark modules on a light ground) in the middle of a 480 x 640
 // frame, turned by 23 degrees and degraded like the camera frames of our own code.

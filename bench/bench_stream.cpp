@@ -47,16 +47,11 @@ double timeMs(F&& f) {
     return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
 }
 
-qbcode::ImageView viewOf(const cv::Mat& m) {
-    return qbcode::ImageView(m.data, m.rows, m.cols, m.step);
-}
-
 void BM_Stream_Interleaved(benchmark::State& state) {
     const qbbench::SingleThread single;
-    const std::vector<cv::Mat> nominal = qbbench::suiteFrames({"nominal"}, 24);
-    const std::vector<cv::Mat> empty =
-        qbbench::suiteFrames({"photographs", "textures", "noise", "fake hex fields"}, 12);
-    const cv::Mat three = qbbench::threeCodes();
+    const qbbench::StreamFrames frames = qbbench::streamFrames();
+    const std::vector<cv::Mat>&nominal = frames.nominal, &empty = frames.empty;
+    const cv::Mat& three = frames.three;
     qbcode::Reader reader(qbcode::ReaderOptions::fromFile(QBCODE_DEFAULT_PARAMS));
     std::vector<double> read, readC, none, noneC, all3, one3, zx;
     std::vector<int> bits(91);
@@ -65,14 +60,15 @@ void BM_Stream_Interleaved(benchmark::State& state) {
     size_t found3 = 0;
     for (auto _ : state) {
         for (const cv::Mat& f : nominal) {
-            read.push_back(timeMs([&] { nominalRead += reader.read(viewOf(f)).valid(); }));
+            read.push_back(timeMs([&] { nominalRead += reader.read(qbbench::viewOf(f)).valid(); }));
             readC.push_back(timeMs([&] {
                 quelbor_hexagon_recognition(f.data, f.rows, f.cols, 0, QBCODE_DEFAULT_PARAMS,
                                             bits.data(), 91, box, 4);
             }));
         }
         for (const cv::Mat& f : empty) {
-            none.push_back(timeMs([&] { benchmark::DoNotOptimize(reader.read(viewOf(f))); }));
+            none.push_back(
+                timeMs([&] { benchmark::DoNotOptimize(reader.read(qbbench::viewOf(f))); }));
             noneC.push_back(timeMs([&] {
                 quelbor_hexagon_recognition(f.data, f.rows, f.cols, 0, QBCODE_DEFAULT_PARAMS,
                                             bits.data(), 91, box, 4);
@@ -85,8 +81,9 @@ void BM_Stream_Interleaved(benchmark::State& state) {
                 timeMs([&] { benchmark::DoNotOptimize(ZXing::ReadBarcode(view, hints)); }));
 #endif
         }
-        all3.push_back(timeMs([&] { found3 = reader.readAll(viewOf(three)).size(); }));
-        one3.push_back(timeMs([&] { benchmark::DoNotOptimize(reader.read(viewOf(three))); }));
+        all3.push_back(timeMs([&] { found3 = reader.readAll(qbbench::viewOf(three)).size(); }));
+        one3.push_back(
+            timeMs([&] { benchmark::DoNotOptimize(reader.read(qbbench::viewOf(three))); }));
     }
     const double base = median(read);
     // Medians over every read, whether it read or not; nearly all do (99.8 % in the suite).

@@ -31,10 +31,6 @@
 
 namespace {
 
-qbcode::ImageView viewOf(const cv::Mat& m) {
-    return qbcode::ImageView(m.data, m.rows, m.cols, m.step);
-}
-
 // One read between a zeroed counter and a dump named after its class.
 template <class F>
 void counted(const char* name, F&& read) {
@@ -47,17 +43,16 @@ void counted(const char* name, F&& read) {
 
 int main(int argc, char** argv) {
     const qbbench::SingleThread single;
-    const std::vector<cv::Mat> nominal = qbbench::suiteFrames({"nominal"}, 24);
-    const std::vector<cv::Mat> empty =
-        qbbench::suiteFrames({"photographs", "textures", "noise", "fake hex fields"}, 12);
-    const cv::Mat three = qbbench::threeCodes();
+    const qbbench::StreamFrames frames = qbbench::streamFrames();
+    const std::vector<cv::Mat>&nominal = frames.nominal, &empty = frames.empty;
+    const cv::Mat& three = frames.three;
     qbcode::Reader reader(qbcode::ReaderOptions::fromFile(QBCODE_DEFAULT_PARAMS));
 
     if (argc == 3 && std::strcmp(argv[1], "--stream") == 0) {
         const long frames = std::max(10L, std::atol(argv[2]));
         for (long k = 0; k < frames; ++k) {
             const std::vector<cv::Mat>& set = k % 2 ? nominal : empty;
-            reader.read(viewOf(set[static_cast<size_t>(k / 2) % set.size()]));
+            reader.read(qbbench::viewOf(set[static_cast<size_t>(k / 2) % set.size()]));
             if ((k + 1) % (frames / 10) == 0)
                 std::printf("frame %ld: heap in use %zu bytes\n", k + 1, mallinfo2().uordblks);
         }
@@ -65,14 +60,14 @@ int main(int argc, char** argv) {
     }
 
     // A first read of each kind outside the count: OpenCV's lazy set-up is no cost of a read.
-    reader.read(viewOf(nominal[0]));
-    reader.readAll(viewOf(three));
+    reader.read(qbbench::viewOf(nominal[0]));
+    reader.readAll(qbbench::viewOf(three));
     CALLGRIND_START_INSTRUMENTATION;
-    for (const cv::Mat& f : nominal) counted("nominal", [&] { reader.read(viewOf(f)); });
-    for (const cv::Mat& f : empty) counted("nocode", [&] { reader.read(viewOf(f)); });
+    for (const cv::Mat& f : nominal) counted("nominal", [&] { reader.read(qbbench::viewOf(f)); });
+    for (const cv::Mat& f : empty) counted("nocode", [&] { reader.read(qbbench::viewOf(f)); });
     for (int k = 0; k < 3; ++k) {
-        counted("three-read", [&] { reader.read(viewOf(three)); });
-        counted("three-readall", [&] { reader.readAll(viewOf(three)); });
+        counted("three-read", [&] { reader.read(qbbench::viewOf(three)); });
+        counted("three-readall", [&] { reader.readAll(qbbench::viewOf(three)); });
     }
 #ifdef QBCODE_BENCH_ZXING
     const cv::Mat qr = qbbench::qrFrame();

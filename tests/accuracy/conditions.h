@@ -230,24 +230,35 @@ inline cv::Mat noiseImage(Rng& rng, cv::Size size, double blur) {
     return qbrender::noiseFrame(size, blur, rng());
 }
 
+// One of several codes of a frame: its spacing given, its dot size and turn drawn.
+inline qbrender::CodeStyle turnedStyle(Rng& rng, double spacing, cv::Size size) {
+    qbrender::CodeStyle style;
+    style.size = size;
+    style.spacing = spacing;
+    style.dotDiameter = style.spacing * uniform(rng, 0.5, 0.7);
+    style.rotationDeg = uniform(rng, 0, 360);
+    return style;
+}
+
+// A random code drawn into the frame with a little blur and noise of its own.
+inline void addCode(Sample& out, const qbrender::CodeStyle& style, Rng& rng) {
+    qbrender::CameraOptions cam;
+    cam.blurSigma = uniform(rng, 0, 1);
+    cam.noiseSigma = uniform(rng, 0, 3);
+    cam.seed = rng();
+    out.codes.push_back(randomCode(rng, 45));
+    cv::max(out.image, qbrender::renderCamera(out.codes.back(), style, cam), out.image);
+}
+
 // Codes side by side, 640 px apart so that each is a cluster of its own.
 inline Sample codesInARow(Rng& rng, int count) {
     Sample out;
     out.image = cv::Mat::zeros(640, 640 * count, CV_8U);
     for (int k = 0; k < count; ++k) {
-        qbrender::CodeStyle style;
-        style.size = out.image.size();
-        style.spacing = uniform(rng, 16, 26);
-        style.dotDiameter = style.spacing * uniform(rng, 0.5, 0.7);
-        style.rotationDeg = uniform(rng, 0, 360);
+        qbrender::CodeStyle style = turnedStyle(rng, uniform(rng, 16, 26), out.image.size());
         style.centre =
             cv::Point2d(320 + 640 * k + uniform(rng, -40, 40), 320 + uniform(rng, -40, 40));
-        qbrender::CameraOptions cam;
-        cam.blurSigma = uniform(rng, 0, 1);
-        cam.noiseSigma = uniform(rng, 0, 3);
-        cam.seed = rng();
-        out.codes.push_back(randomCode(rng, 45));
-        cv::max(out.image, qbrender::renderCamera(out.codes.back(), style, cam), out.image);
+        addCode(out, style, rng);
     }
     return out;
 }
@@ -302,17 +313,10 @@ inline Sample closeNeighbours(Rng& rng, bool anyCode, double lo = 2.1, double hi
     const double apart = uniform(rng, lo, hi) * radius, turn = uniform(rng, 0, CV_PI);
     const cv::Point2d half(std::cos(turn) * apart / 2, std::sin(turn) * apart / 2);
     for (int k = 0; k < 2; ++k) {
-        qbrender::CodeStyle style;
-        style.spacing = spacing * uniform(rng, 0.95, 1.05);
-        style.dotDiameter = style.spacing * uniform(rng, 0.5, 0.7);
-        style.rotationDeg = uniform(rng, 0, 360);
+        qbrender::CodeStyle style =
+            turnedStyle(rng, spacing * uniform(rng, 0.95, 1.05), out.image.size());
         style.centre = cv::Point2d(320, 240) + (k ? half : -half);
-        qbrender::CameraOptions cam;
-        cam.blurSigma = uniform(rng, 0, 1);
-        cam.noiseSigma = uniform(rng, 0, 3);
-        cam.seed = rng();
-        out.codes.push_back(randomCode(rng, 45));
-        cv::max(out.image, qbrender::renderCamera(out.codes.back(), style, cam), out.image);
+        addCode(out, style, rng);
     }
     return out;
 }
