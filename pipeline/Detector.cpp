@@ -4,6 +4,8 @@
 #include <cmath>
 #include <memory>
 
+#include <opencv2/imgproc.hpp>
+
 #include "ParamFile.h"
 #include "SystemPara.h"
 
@@ -163,6 +165,33 @@ stages::Clusters splitOff(const stages::Clusters& clusters, int label,
     return out;
 }
 
+// The crop of part of a cluster without the dots of the codes already read from that cluster:
+// they pull the angle and centre searches towards a mixture of both. Only dots on a read code's
+// hexagon are wiped, never closer than 0.35 spacings to a dot of the part; verification still
+// sees every dot of the frame.
+void wipeRead(stages::Region& reg, const std::vector<cv::Point2f>& cluster,
+              const std::vector<cv::Point2f>& part, double spacing,
+              const std::vector<Decision>& codes, const FrameView& view) {
+    if (!(spacing > 0.0) || reg.grey.empty() || codes.empty()) return;
+    for (const cv::Point2f& p : cluster) {
+        if (std::find(part.begin(), part.end(), p) != part.end()) continue;
+        double radius = 0.55 * spacing;
+        for (const cv::Point2f& q : part)
+            radius = std::min(radius, cv::norm(p - q) - 0.35 * spacing);
+        if (radius < 1.0) continue;
+        const cv::Point2f at(view.frames.toInput(cv::Point2d(p.x, p.y), view.downsampled));
+        const bool onACode = std::any_of(codes.begin(), codes.end(), [&](const Decision& d) {
+            std::vector<cv::Point2f> hexagon;
+            for (const qbcode::Point& c : d.result.corners) hexagon.emplace_back(c.x, c.y);
+            return cv::pointPolygonTest(hexagon, at, true) > -0.5 * d.result.spacing;
+        });
+        if (!onACode) continue;
+        const cv::Point c(cvRound(p.x) - reg.rect.x, cvRound(p.y) - reg.rect.y);
+        for (cv::Mat* m : {&reg.grey, &reg.binary})
+            cv::circle(*m, c, static_cast<int>(radius), cv::Scalar(0), cv::FILLED);
+    }
+}
+
 // The configured region of one view per try, as the original driver reads it: the first try
 // that reads wins; when none does, the first try's failure stands.
 Decision readRank(AlgPipeline& engine, const ReadPlan& plan, Views& views,
@@ -233,6 +262,8 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
         const stages::Clusters split = splitOff(view.clusters, label, part, rank);
         stages::Region reg = stages::region(view.pre, split, rank);
         if (reg.status < 0 || covered(out.codes, part, view)) return false;
+        wipeRead(reg, stages::clusterDots(view.clusters, label), part, lattice.spacing, out.codes,
+                 view);
         reg.upright = lattice.rows + 30.0;
         reg.window = plan.angleWindow;
         ++out.decisions;
