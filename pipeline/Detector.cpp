@@ -317,10 +317,21 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
                 const std::vector<cv::Point2f> core = codeAround(dots, lattice.spacing);
                 const LatticeStats coreLattice = latticeOf(core, plan.lattice);
                 Decision e;
-                if (dots.size() >= core.size() + static_cast<size_t>(plan.lattice.minDots) &&
-                    coreLattice.passes(plan.lattice) &&
-                    decideApart(view, k, label, core, coreLattice, e))
+                const bool apart =
+                    dots.size() >= core.size() + static_cast<size_t>(plan.lattice.minDots) &&
+                    coreLattice.passes(plan.lattice);
+                if (apart && decideApart(view, k, label, core, coreLattice, e)) {
                     d = std::move(e);
+                } else if (apart) {
+                    // The core's code may be the one the other spoils: the rest on its own.
+                    std::vector<cv::Point2f> rest;
+                    for (const cv::Point2f& p : dots)
+                        if (std::find(core.begin(), core.end(), p) == core.end()) rest.push_back(p);
+                    const LatticeStats restLattice = latticeOf(rest, plan.lattice);
+                    if (restLattice.passes(plan.lattice) &&
+                        decideApart(view, k, label, rest, restLattice, e))
+                        d = std::move(e);
+                }
             }
             if (d.status() != 0) {
                 // Another ratio helps a lattice whose dots were too small or too large for
