@@ -165,6 +165,17 @@ stages::Clusters splitOff(const stages::Clusters& clusters, int label,
     return out;
 }
 
+// Whether any of the dots lies on the code read (its hexagon, a quarter spacing out).
+bool onTheCode(const std::vector<cv::Point2f>& dots, const qbcode::Result& code,
+               const FrameView& view) {
+    std::vector<cv::Point2f> hexagon;
+    for (const qbcode::Point& c : code.corners) hexagon.emplace_back(c.x, c.y);
+    return std::any_of(dots.begin(), dots.end(), [&](const cv::Point2f& p) {
+        const cv::Point2f at(view.frames.toInput(cv::Point2d(p.x, p.y), view.downsampled));
+        return cv::pointPolygonTest(hexagon, at, true) > -0.25 * code.spacing;
+    });
+}
+
 // The crop of part of a cluster without the dots of the codes already read from that cluster:
 // they pull the angle and centre searches towards a mixture of both. Only dots on a read code's
 // hexagon are wiped, never closer than 0.35 spacings to a dot of the part; verification still
@@ -328,8 +339,11 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
                     for (const cv::Point2f& p : dots)
                         if (std::find(core.begin(), core.end(), p) == core.end()) rest.push_back(p);
                     const LatticeStats restLattice = latticeOf(rest, plan.lattice);
+                    // Taken only clear of the core: a core dot on the code read means codes
+                    // that overlap, where the read may hold a dot of the other.
                     if (restLattice.passes(plan.lattice) &&
-                        decideApart(view, k, label, rest, restLattice, e))
+                        decideApart(view, k, label, rest, restLattice, e) &&
+                        !onTheCode(core, e.result, view))
                         d = std::move(e);
                 }
             }
