@@ -257,6 +257,7 @@ KeyList SystemPara::keysFor(const std::string& section) {
                 {"maxMissing", intKey(verify_maxMissing)},
                 {"maxResidual", floatKey(verify_maxResidual)},
                 {"?maxCrowded", intKey(verify_maxCrowded)},
+                {"?smallDots", intKey(verify_smallDots)},
                 {"maxUnexplained", intKey(verify_maxUnexplained)},
                 {"?minConfidence", floatKey(verify_minConfidence)}};
     } else if (section == "Camera") {

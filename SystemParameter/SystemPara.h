@@ -108,6 +108,7 @@ public:
     int verify_maxMissing = 0;
     float verify_maxResidual = 0.15f;
     int verify_maxCrowded = -1;
+    int verify_smallDots = 0;
     int verify_maxUnexplained = 0;
     // Weakest position confidence a read may have; below -1 (a file without the key) no read is
     // refused for it.

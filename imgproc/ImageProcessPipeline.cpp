@@ -126,6 +126,8 @@ int ImageProcessPipeline::process(cv::Mat& input, cv::Mat& processed, cv::Mat& b
     const clock_t t5 = clock();
     if (showImg) debugShow("bin1", binary, 0);
 
+    smallBlobs.clear();
+    imgBinary.erased = &smallBlobs;
     r = imgBinary.blob_centroid(binary, centroids);
     if (r < 0) return r;
     const clock_t t6 = clock();

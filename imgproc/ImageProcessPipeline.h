@@ -37,6 +37,9 @@ public:
     NoiseRemover noiseRemover;
     LogFilter logFilter;
     ImgBinary imgBinary;
+    // Blobs too small to count as dots, erased from the binary image: a faint dot still shows
+    // as one of them.
+    std::vector<cv::Point2f> smallBlobs;
     SystemPara* sysPara;
     int Sensitivity = 0;
     bool imgSizeRestrict = false;

@@ -106,6 +106,11 @@ int ImgBinary::blob_centroid(const cv::Mat& bin, std::vector<cv::Point2f>& centr
             centroids.emplace_back(static_cast<float>(mo.m10 / mo.m00),
                                    static_cast<float>(mo.m01 / mo.m00));
         } else {
+            if (erased != nullptr) {
+                cv::Point2f sum(0.f, 0.f);
+                for (const cv::Point& p : contours[i]) sum += cv::Point2f(p);
+                erased->push_back(sum / static_cast<float>(contours[i].size()));
+            }
             one[0].swap(contours[i]);
             cv::drawContours(shared, one, 0, cv::Scalar(0, 0, 0, 0), cv::FILLED, cv::LINE_8,
                              cv::noArray(), INT_MAX, cv::Point(0, 0));

@@ -35,6 +35,8 @@ public:
     // (whose data is shared with the caller). -100 empty or not CV_8UC1, -143 contour count
     // outside 40..500, -142 no centroid.
     int blob_centroid(const cv::Mat& bin, std::vector<cv::Point2f>& centroids);
+    // Where set, blob_centroid appends the centres of the blobs it erases here.
+    std::vector<cv::Point2f>* erased = nullptr;
 
 private:
     float maxValue = 255.0f;

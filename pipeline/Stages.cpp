@@ -114,6 +114,7 @@ Preprocessed preprocess(ImageProcessPipeline& chain, const cv::Mat& image, doubl
     Preprocessed out;
     out.input = image;
     out.status = chain.process(out.input, out.processed, out.binary, out.centroids, ratio);
+    out.smallBlobs = std::move(chain.smallBlobs);
     // The chain may hand back a view of a fixed crop of the image.
     if (!image.empty() && out.input.data != image.data) {
         cv::Size whole;
@@ -472,6 +473,8 @@ Verified verify(const Decoded& decoded, const Preprocessed& pre, const FrameChai
     const cv::Point2d ey = frames.map({0, 1}, uprightFrame, regionFrame) - o;
     in.toKept = cv::Matx23d(ex.x, ey.x, o.x, ex.y, ey.y, o.y);
     in.centroids = centroidsIn(pre, frames, downsampled, uprightFrame);
+    for (const cv::Point2f& c : pre.smallBlobs)
+        in.smallBlobs.push_back(frames.map(cv::Point2d(c.x, c.y), downsampled, uprightFrame));
     out.status = verification.Run(in, out.checks);
     // Grey levels from the frame the chain read (frame 1, after the fixed pre-crop), at full
     // resolution (the downsampled frame has lost the levels of small dots), at the positions as

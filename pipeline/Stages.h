@@ -38,6 +38,7 @@ struct Preprocessed {
     cv::Mat processed;    // downsampled, enhanced, 8-bit
     cv::Mat binary;
     std::vector<cv::Point2f> centroids;
+    std::vector<cv::Point2f> smallBlobs;  // erased as too small for a dot
 };
 // ratio: the downsampling ratio, 0 for the file's.
 Preprocessed preprocess(ImageProcessPipeline& chain, const cv::Mat& image, double ratio = 0.0);

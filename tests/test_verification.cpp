@@ -26,6 +26,10 @@ struct Case {
     int status;             // 0, a status, or 1 for "any refusal"
     double frameWidth = 0;  // of the camera's frame from the kept area's left edge; 0: no check
     int beside = 0;         // dots of something else just outside a printed outer-ring dot
+    double besideAt = 0.9;  // their distance from that dot, spacings
+    double pull = 0.0;      // that dot's centroid moved out towards them, spacings
+    int faint = 0;          // a printed dot seen only as a small blob: 1 on it, 2 beside a dot
+    int smallDots = 1;
 };
 
 void PrintTo(const Case& c, std::ostream* os) {
@@ -75,12 +79,24 @@ TEST_P(Verification, RefusesGridsOffThePrint) {
     while (!truth[outer]) ++outer;
     const cv::Point2d out = (printed[outer] - kCentre) * (1.0 / cv::norm(printed[outer] - kCentre));
     const cv::Point2d along(-out.y, out.x);
+    const cv::Point2d pulled = printed[outer] + out * (c.pull * kSpacing);
+    std::replace(in.centroids.begin(), in.centroids.end(), printed[outer], pulled);
     for (int k = 0; k < c.beside; ++k)
-        in.centroids.push_back(printed[outer] + out * (0.9 * kSpacing) + along * (k * kSpacing));
+        in.centroids.push_back(pulled + out * (c.besideAt * kSpacing) + along * (k * kSpacing));
+    if (c.faint) {
+        int third = 19;  // a printed position of the third ring
+        while (!truth[third]) ++third;
+        in.centroids.erase(std::find(in.centroids.begin(), in.centroids.end(), printed[third]));
+        const cv::Point2d towards =
+            (kCentre - printed[third]) * (1.0 / cv::norm(kCentre - printed[third]));
+        in.smallBlobs.push_back(printed[third] + towards * (0.1 * kSpacing));
+        if (c.faint == 2) in.centroids.push_back(printed[third] + towards * (0.6 * kSpacing));
+    }
 
     Grid_verification verification(nullptr);
     verification.enabled = 1;
     verification.maxCrowded = 0;
+    verification.smallDots = c.smallDots;
     Grid_verification::Checks checks;
     const int status = verification.Run(in, checks);
     EXPECT_TRUE(c.status == 1 ? status < 0 : status == c.status)
@@ -103,7 +119,12 @@ INSTANTIATE_TEST_SUITE_P(
                       Case{"WithinTheFramesMargin", 0, 0, 320, false, 0, 280},
                       Case{"NearTheFramesEdge", 0, 0, 320, false, -511, 255},
                       Case{"ACodeBesideTheOuterRing", 0, 0, 320, false, -515, 0, 2},
-                      Case{"ASpeckBesideTheOuterRing", 0, 0, 320, false, 0, 0, 1}),
+                      Case{"ASpeckBesideTheOuterRing", 0, 0, 320, false, 0, 0, 1},
+                      Case{"ACodeFartherOut", 0, 0, 320, false, 0, 0, 2, 1.15},
+                      Case{"ACodePullingARingDot", 0, 0, 320, false, -515, 0, 2, 1.15, 0.27},
+                      Case{"AFaintDot", 0, 0, 320, false, 0, 0, 0, 0.9, 0, 1},
+                      Case{"AFaintDotWithoutTheKey", 0, 0, 320, false, -513, 0, 0, 0.9, 0, 1, 0},
+                      Case{"APieceOfADot", 0, 0, 320, false, -513, 0, 0, 0.9, 0, 2}),
     [](const ::testing::TestParamInfo<Case>& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -23,6 +23,7 @@ int Grid_verification::Initiate() {
     markers = sysPara->verify_markers;
     matchRadius = sysPara->verify_matchRadius;
     maxMissing = sysPara->verify_maxMissing;
+    smallDots = sysPara->verify_smallDots;
     maxResidual = sysPara->verify_maxResidual;
     maxCrowded = sysPara->verify_maxCrowded;
     maxUnexplained = sysPara->verify_maxUnexplained;
@@ -56,6 +57,7 @@ int Grid_verification::Run(const Input& in, Checks& out) const {
     // grid's spacing and centre are a little off at the outer rings, so the match is repeated on
     // the grid as fitted to the dots matched so far.
     const double radius = matchRadius * in.spacing;
+    const double clear2 = 0.75 * 0.75 * in.spacing * in.spacing;
     std::vector<cv::Point2d> predicted = in.grid, from, to;
     for (int pass = 0; pass < 3; ++pass) {
         from.clear();
@@ -65,7 +67,17 @@ int Grid_verification::Run(const Input& in, Checks& out) const {
             if (in.bits[i] != 1) continue;
             const int j = gridmatch::mutualNearest(predicted, i, in.centroids, radius);
             if (j < 0) {
-                ++out.dotsMissing;
+                // A faint dot, centred on its position and clear of every dot: printed, though
+                // too small to fit on. A piece of a larger blob lies within that blob's reach.
+                const int k =
+                    smallDots ? gridmatch::mutualNearest(predicted, i, in.smallBlobs, radius) : -1;
+                bool faint = k >= 0;
+                for (size_t c = 0; faint && c < in.centroids.size(); ++c)
+                    faint = dist2(in.centroids[c], in.smallBlobs[static_cast<size_t>(k)]) >= clear2;
+                if (faint)
+                    ++out.dotsMatched;
+                else
+                    ++out.dotsMissing;
                 continue;
             }
             ++out.dotsMatched;
@@ -117,13 +129,16 @@ int Grid_verification::Run(const Input& in, Checks& out) const {
         inner = std::sqrt(inner) - 0.75 * in.spacing;
         const size_t m = in.centroids.size();
         std::vector<char> off(m, 1);
-        std::vector<int> ringDots;
+        std::vector<int> ringDots, ringPos;  // matched centroid, position
         for (int i = 0; i < n; ++i) {
             if (in.bits[i] != 1) continue;
             const int j = gridmatch::mutualNearest(predicted, i, in.centroids, radius);
             if (j < 0) continue;
             off[static_cast<size_t>(j)] = 0;
-            if (std::sqrt(dist2(predicted[i], predicted[0])) > inner) ringDots.push_back(j);
+            if (std::sqrt(dist2(predicted[i], predicted[0])) > inner) {
+                ringDots.push_back(j);
+                ringPos.push_back(i);
+            }
         }
         for (size_t c = 0; c < m; ++c) {
             const int i = off[c] ? nearestOf(in.centroids[c], predicted) : -1;
@@ -137,14 +152,21 @@ int Grid_verification::Run(const Input& in, Checks& out) const {
                     return true;
             return false;
         };
-        for (int j : ringDots)
+        for (size_t r = 0; r < ringDots.size(); ++r) {
+            const int j = ringDots[r];
+            // A dot pulled off its position towards the outside is pulled by what lies there:
+            // the reach grows with the pull.
+            const double pull =
+                std::sqrt(dist2(in.centroids[j], predicted[ringPos[r]])) / in.spacing;
+            const double reach = 1.1 + std::max(0.0, pull - 0.1);
             for (size_t c = 0; c < m; ++c)
-                if (off[c] && dist2(in.centroids[c], in.centroids[j]) <= 1.21 * s2 &&
+                if (off[c] && dist2(in.centroids[c], in.centroids[j]) <= reach * reach * s2 &&
                     dist2(in.centroids[c], predicted[0]) > dist2(in.centroids[j], predicted[0]) &&
                     foreign(c)) {
                     ++out.crowded;
                     break;
                 }
+        }
     }
     if (!enabled) return 0;
     if (inside && out.outside > 0) return -511;

@@ -33,7 +33,8 @@ public:
         // closer than frameMargin spacings to its edge may be cut by the camera's frame.
         cv::Rect2d frame;
         double frameMargin = 0.0;
-        std::vector<cv::Point2d> centroids;  // detected dots, upright frame
+        std::vector<cv::Point2d> centroids;   // detected dots, upright frame
+        std::vector<cv::Point2d> smallBlobs;  // blobs too small for a dot, upright frame
     };
 
     struct Checks {
@@ -69,6 +70,7 @@ public:
     int markers = 1;
     float matchRadius = 0.33f;
     int maxMissing = 0;
+    int smallDots = 0;  // a 1-bit on a blob too small for a dot is not missing
     float maxResidual = 0.15f;
     int maxCrowded = -1;  // -1: no limit
     int maxUnexplained = 0;
