@@ -134,16 +134,22 @@ bool covered(const std::vector<Decision>& codes, const std::vector<cv::Point2f>&
     return nearACode(codes, at.x, at.y);
 }
 
+// Whether a dot (processed frame) lies on a code read: its hexagon of corner dots, a quarter
+// spacing out for the scatter of centroids.
+bool onCode(const cv::Point2f& p, const qbcode::Result& code, const FrameView& view) {
+    std::vector<cv::Point2f> hexagon;
+    for (const qbcode::Point& c : code.corners) hexagon.emplace_back(c.x, c.y);
+    const cv::Point2f at(view.frames.toInput(cv::Point2d(p.x, p.y), view.downsampled));
+    return cv::pointPolygonTest(hexagon, at, true) > -0.25 * code.spacing;
+}
+
 // The dots of a cluster that lie off a code read from it: a second code the clustering joined
 // to the first, as one cluster, when they are printed close together.
 std::vector<cv::Point2f> offTheCode(const std::vector<cv::Point2f>& dots,
                                     const qbcode::Result& code, const FrameView& view) {
     std::vector<cv::Point2f> out;
-    const double reach = 5.6 * code.spacing;
-    for (const cv::Point2f& p : dots) {
-        const cv::Point2d at = view.frames.toInput(cv::Point2d(p.x, p.y), view.downsampled);
-        if (std::hypot(at.x - code.centre.x, at.y - code.centre.y) > reach) out.push_back(p);
-    }
+    for (const cv::Point2f& p : dots)
+        if (!onCode(p, code, view)) out.push_back(p);
     return out;
 }
 
@@ -165,17 +171,6 @@ stages::Clusters splitOff(const stages::Clusters& clusters, int label,
     return out;
 }
 
-// Whether any of the dots lies on the code read (its hexagon, a quarter spacing out).
-bool onTheCode(const std::vector<cv::Point2f>& dots, const qbcode::Result& code,
-               const FrameView& view) {
-    std::vector<cv::Point2f> hexagon;
-    for (const qbcode::Point& c : code.corners) hexagon.emplace_back(c.x, c.y);
-    return std::any_of(dots.begin(), dots.end(), [&](const cv::Point2f& p) {
-        const cv::Point2f at(view.frames.toInput(cv::Point2d(p.x, p.y), view.downsampled));
-        return cv::pointPolygonTest(hexagon, at, true) > -0.25 * code.spacing;
-    });
-}
-
 // The crop of part of a cluster without the dots of the codes already read from that cluster:
 // they pull the angle and centre searches towards a mixture of both. Only dots on a read code's
 // hexagon are wiped, never closer than 0.35 spacings to a dot of the part; verification still
@@ -190,13 +185,9 @@ void wipeRead(stages::Region& reg, const std::vector<cv::Point2f>& cluster,
         for (const cv::Point2f& q : part)
             radius = std::min(radius, cv::norm(p - q) - 0.35 * spacing);
         if (radius < 1.0) continue;
-        const cv::Point2f at(view.frames.toInput(cv::Point2d(p.x, p.y), view.downsampled));
-        const bool onACode = std::any_of(codes.begin(), codes.end(), [&](const Decision& d) {
-            std::vector<cv::Point2f> hexagon;
-            for (const qbcode::Point& c : d.result.corners) hexagon.emplace_back(c.x, c.y);
-            return cv::pointPolygonTest(hexagon, at, true) > -0.5 * d.result.spacing;
-        });
-        if (!onACode) continue;
+        if (std::none_of(codes.begin(), codes.end(),
+                         [&](const Decision& d) { return onCode(p, d.result, view); }))
+            continue;
         const cv::Point c(cvRound(p.x) - reg.rect.x, cvRound(p.y) - reg.rect.y);
         for (cv::Mat* m : {&reg.grey, &reg.binary})
             cv::circle(*m, c, static_cast<int>(radius), cv::Scalar(0), cv::FILLED);
@@ -277,6 +268,7 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
                  view);
         reg.upright = lattice.rows + 30.0;
         reg.window = plan.angleWindow;
+        reg.spacing = lattice.spacing;
         ++out.decisions;
         got = engine.decide(view, std::move(reg), plan, request.imgName, request.keepUpright,
                             request.bits, request.count);
@@ -318,6 +310,7 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
             // The rows of the lattice stand upright 30 degrees on from their direction.
             reg.upright = lattice.rows + 30.0;
             reg.window = plan.angleWindow;
+            reg.spacing = lattice.spacing;
             ++out.decisions;
             Decision d = engine.decide(view, std::move(reg), plan, request.imgName,
                                        request.keepUpright, request.bits, request.count);
@@ -343,7 +336,9 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
                     // that overlap, where the read may hold a dot of the other.
                     if (restLattice.passes(plan.lattice) &&
                         decideApart(view, k, label, rest, restLattice, e) &&
-                        !onTheCode(core, e.result, view))
+                        std::none_of(core.begin(), core.end(), [&](const cv::Point2f& p) {
+                            return onCode(p, e.result, view);
+                        }))
                         d = std::move(e);
                 }
             }

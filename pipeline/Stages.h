@@ -60,8 +60,9 @@ struct Region {
     // Where the angle search looks first: the angle that stands the cluster's lattice rows
     // upright (modulo 60) and the half-width of the window about it; window 0 searches all.
     double upright = 0.0, window = 0.0;
-    bool threw = false;  // the clustering raised an exception (reported as -200)
-    cv::Rect rect;       // in the processed frame
+    double spacing = 0.0;  // the lattice's nearest-neighbour spacing; 0: not measured
+    bool threw = false;    // the clustering raised an exception (reported as -200)
+    cv::Rect rect;         // in the processed frame
     int clusters = 0;
     int dots = 0;          // centroids in the chosen cluster
     int label = -1;        // that cluster's label; -1 when every centroid is in it
