@@ -190,9 +190,9 @@ Decision AlgPipeline::decide(const FrameView& view, stages::Region reg, const Re
     w.keepUpright = keepUpright;
     int status = cutRegion(w, plan, keepUpright, sink, out);
     if (status == 0) status = turnUpright(w, sink, out);
-    // The rows' projections can lock onto a multiple of the spacing where another code's dots
-    // fill the gaps between them; the lattice of the dots says what it is.
-    // (The upright frame has the processed frame's scale.)
+    // The rows' projections can lock onto a multiple of the spacing (a steep tilt, another
+    // code's dots between the rows); the lattice of the dots says what it is. The upright frame
+    // has the processed frame's scale.
     const double lattice = w.reg.spacing;
     std::optional<std::pair<Work, Decision>> again;
     if (status == 0 && lattice > 0.0 && std::fabs(w.gap / lattice - 1.0) > 0.1)
