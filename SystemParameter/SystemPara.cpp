@@ -269,11 +269,15 @@ KeyList SystemPara::keysFor(const std::string& section) {
                 {"spacingRange", floatSeqKey(cam_spacingRange)},
                 {"frameMargin", floatKey(cam_frameMargin)}};
     } else if (section == "Detection") {
-        keys = {
-            {"minDots", intKey(det_minDots)},       {"agree", floatKey(det_agree)},
-            {"symmetry", floatKey(det_symmetry)},   {"inversion", floatKey(det_inversion)},
-            {"maxViews", intKey(det_maxViews)},     {"maxCandidates", intKey(det_maxCandidates)},
-            {"maxRefused", intKey(det_maxRefused)}, {"?angleWindow", floatKey(det_angleWindow)}};
+        keys = {{"minDots", intKey(det_minDots)},
+                {"agree", floatKey(det_agree)},
+                {"symmetry", floatKey(det_symmetry)},
+                {"inversion", floatKey(det_inversion)},
+                {"maxViews", intKey(det_maxViews)},
+                {"maxCandidates", intKey(det_maxCandidates)},
+                {"maxRefused", intKey(det_maxRefused)},
+                {"?angleWindow", floatKey(det_angleWindow)},
+                {"?centreFromDots", intKey(det_centreFromDots)}};
     }
 
     return keys;

@@ -190,23 +190,43 @@ Decision AlgPipeline::decide(const FrameView& view, stages::Region reg, const Re
     w.keepUpright = keepUpright;
     int status = cutRegion(w, plan, keepUpright, sink, out);
     if (status == 0) status = turnUpright(w, sink, out);
+    // The state after the turn, for the tries below; only candidates whose lattice was measured.
+    const double lattice = w.reg.spacing;
+    std::optional<std::pair<Work, Decision>> turned;
+    if (status == 0 && lattice > 0.0) turned.emplace(w, out);
+    if (status == 0) status = findCentre(w, plan, sink, out);
+    if (status == 0) status = readBits(w, plan, imgName, bits, count, sink, out);
+    auto take = [&](int again, Decision& d) {
+        if (again != 0) return;
+        out = std::move(d);
+        status = 0;
+    };
     // The rows' projections can lock onto a multiple of the spacing (a steep tilt, another
     // code's dots between the rows); the lattice of the dots says what it is. The upright frame
     // has the processed frame's scale.
-    const double lattice = w.reg.spacing;
-    std::optional<std::pair<Work, Decision>> again;
-    if (status == 0 && lattice > 0.0 && std::fabs(w.gap / lattice - 1.0) > 0.1)
-        again.emplace(w, out);
-    if (status == 0) status = findCentre(w, plan, sink, out);
-    if (status == 0) status = readBits(w, plan, imgName, bits, count, sink, out);
-    if (status < 0 && again) {
-        auto& [w2, d2] = *again;
+    const bool offLattice = lattice > 0.0 && std::fabs(w.gap / lattice - 1.0) > 0.1;
+    if (status < 0 && turned && offLattice) {
+        auto [w2, d2] = *turned;
         w2.gap = static_cast<float>(lattice);
-        int second = findCentre(w2, plan, sink, d2);
-        if (second == 0) second = readBits(w2, plan, imgName, bits, count, sink, d2);
-        if (second == 0) {
-            out = std::move(d2);
-            status = 0;
+        int again = findCentre(w2, plan, sink, d2);
+        if (again == 0) again = readBits(w2, plan, imgName, bits, count, sink, d2);
+        take(again, d2);
+    }
+    // A steep view matches the upright template weakly: the grid is fitted to the dots from the
+    // dot amid their outline instead, and verification judges it as any read.
+    if (status == -314 && turned && plan.refining && plan.centreFromDots) {
+        auto& [w3, d3] = *turned;
+        if (offLattice) w3.gap = static_cast<float>(lattice);
+        std::vector<cv::Point2f> dots;
+        for (size_t i = 0; i < roiLabel.size() && 2 * i + 1 < roiCoords.size(); ++i)
+            if (w3.reg.label == -1 || roiLabel[i] == w3.reg.label)
+                dots.emplace_back(w3.frames.map(cv::Point2d(roiCoords[2 * i], roiCoords[2 * i + 1]),
+                                                w3.view.downsampled, w3.uprightFrame));
+        cv::Point2f at;
+        if (stages::centreOfDots(dots, at)) {
+            w3.centre = cv::Point(cvRound(at.x), cvRound(at.y));
+            w3.weak = -314;
+            take(readBits(w3, plan, imgName, bits, count, sink, d3), d3);
         }
     }
     out.result.status = status;

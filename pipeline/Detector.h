@@ -32,6 +32,8 @@ struct ReadPlan {
     double spacingLo = 0.0, spacingHi = 0.0;
     LatticeLimits lattice;
     double angleWindow = 0.0;  // degrees about the lattice's rows the angle search looks first
+    // A weak template match is followed by a grid fitted from the dot amid the cluster's outline.
+    bool centreFromDots = false;
     // Limits of one frame: views prepared, clusters looked at per view, and candidates refused
     // in a row after the angle search before the frame is given up.
     int maxViews = 6;

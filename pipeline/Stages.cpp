@@ -356,6 +356,20 @@ std::vector<cv::Point2d> centroidsIn(const Preprocessed& pre, const FrameChain& 
     return out;
 }
 
+bool centreOfDots(const std::vector<cv::Point2f>& dots, cv::Point2f& centre) {
+    if (dots.size() < 7) return false;
+    std::vector<cv::Point2f> hull;
+    cv::convexHull(dots, hull);
+    const cv::Moments m = cv::moments(hull);
+    if (!(m.m00 > 0.0)) return false;
+    const cv::Point2f middle(static_cast<float>(m.m10 / m.m00), static_cast<float>(m.m01 / m.m00));
+    centre = *std::min_element(dots.begin(), dots.end(),
+                               [&](const cv::Point2f& a, const cv::Point2f& b) {
+                                   return cv::norm(a - middle) < cv::norm(b - middle);
+                               });
+    return true;
+}
+
 Decoded refine(const cv::Mat& greyUpright, const std::vector<cv::Point2d>& centroids, float gap,
                cv::Point centre, int layer, SystemPara* para) {
     Decoded out;

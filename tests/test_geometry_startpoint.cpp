@@ -1,7 +1,9 @@
 // Centre of the code by template correlation. Both angle searches run end to end in the
 // hostile-input table ("legacy_rotation") and the golden reads.
 
+#include "Stages.h"
 #include "SystemPara.h"
+#include "qbcode_render.h"
 #include "startPoint_cal.h"
 #include "test_geometry_support.h"
 #include "test_support.h"
@@ -56,4 +58,34 @@ TEST_F(StartPoint, StatusCodes) {
     EXPECT_EQ(search(gap, blank), -320);
     useParams("geom_no_layer.yml", paramsWithout("AlgPipeline", "layer"));
     EXPECT_EQ(search(gap, blank), -320);
+}
+
+// The centre from the dots alone, for views the upright template matches weakly: the dot amid
+// the outline of a code's printed dots, however the code is seen.
+TEST(CentreOfDots, FindsTheCentreDotUnderPerspective) {
+    const cv::Matx33d views[] = {cv::Matx33d::eye(),
+                                 // foreshortened to 0.6 along x and sheared
+                                 cv::Matx33d(0.6, 0.2, 0, 0, 1, 0, 0, 0, 1),
+                                 // a perspective that grows the far side by a sixth
+                                 cv::Matx33d(1, 0, 0, 0, 1, 0, 0.0013, 0, 1)};
+    for (uint64_t seed : {1, 2, 3})
+        for (const cv::Matx33d& h : views) {
+            std::vector<int> bits = qbrender::randomBits(seed, 0.5);
+            bits[0] = 1;  // the centre is a marker, always printed
+            std::vector<cv::Point2f> dots;
+            cv::Point2f truth;
+            const std::vector<cv::Point2d> grid = qbrender::gridOffsets(5, 12.0, 17.0 * seed);
+            for (size_t i = 0; i < grid.size(); ++i) {
+                const cv::Vec3d p = h * cv::Vec3d(grid[i].x, grid[i].y, 1.0);
+                const cv::Point2f at(static_cast<float>(200 + p[0] / p[2]),
+                                     static_cast<float>(150 + p[1] / p[2]));
+                if (i == 0) truth = at;
+                if (bits[i]) dots.push_back(at);
+            }
+            cv::Point2f found;
+            ASSERT_TRUE(stages::centreOfDots(dots, found));
+            EXPECT_EQ(found, truth) << "seed " << seed;
+        }
+    cv::Point2f found;
+    EXPECT_FALSE(stages::centreOfDots(std::vector<cv::Point2f>(6, cv::Point2f(1, 1)), found));
 }
