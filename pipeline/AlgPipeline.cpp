@@ -213,20 +213,22 @@ Decision AlgPipeline::decide(const FrameView& view, stages::Region reg, const Re
         take(again, d2);
     }
     // A steep view matches the upright template weakly: the grid is fitted to the dots from the
-    // dot amid their outline instead, and verification judges it as any read.
-    if (status == -314 && turned && plan.refining && plan.centreFromDots) {
-        auto& [w3, d3] = *turned;
-        if (offLattice) w3.gap = static_cast<float>(lattice);
+    // dots amid their outline instead, one after the other, and verification judges each read.
+    if (status == -314 && turned && plan.refining && plan.centreFromDots > 0) {
+        const Work& w3 = turned->first;
         std::vector<cv::Point2f> dots;
         for (size_t i = 0; i < roiLabel.size() && 2 * i + 1 < roiCoords.size(); ++i)
             if (w3.reg.label == -1 || roiLabel[i] == w3.reg.label)
                 dots.emplace_back(w3.frames.map(cv::Point2d(roiCoords[2 * i], roiCoords[2 * i + 1]),
                                                 w3.view.downsampled, w3.uprightFrame));
-        cv::Point2f at;
-        if (stages::centreOfDots(dots, at)) {
-            w3.centre = cv::Point(cvRound(at.x), cvRound(at.y));
-            w3.weak = -314;
-            take(readBits(w3, plan, imgName, bits, count, sink, d3), d3);
+        // Under a steep view the outline's middle can lie a step or two off the centre.
+        for (const cv::Point2f& at : stages::centresOfDots(dots, lattice, plan.centreFromDots)) {
+            if (status == 0) break;
+            auto [w4, d4] = *turned;
+            if (offLattice) w4.gap = static_cast<float>(lattice);
+            w4.centre = cv::Point(cvRound(at.x), cvRound(at.y));
+            w4.weak = -314;
+            take(readBits(w4, plan, imgName, bits, count, sink, d4), d4);
         }
     }
     out.result.status = status;

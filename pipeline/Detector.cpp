@@ -406,7 +406,7 @@ ReadPlan ReadPlan::from(SystemPara& record) {
         plan.maxCandidates = std::max(1, record.det_maxCandidates);
         plan.maxRefused = std::max(1, record.det_maxRefused);
         plan.angleWindow = std::clamp(static_cast<double>(record.det_angleWindow), 0.0, 30.0);
-        plan.centreFromDots = record.det_centreFromDots != 0;
+        plan.centreFromDots = static_cast<size_t>(std::clamp(record.det_centreFromDots, 0, 19));
     }
     return plan;
 }

@@ -32,8 +32,9 @@ struct ReadPlan {
     double spacingLo = 0.0, spacingHi = 0.0;
     LatticeLimits lattice;
     double angleWindow = 0.0;  // degrees about the lattice's rows the angle search looks first
-    // A weak template match is followed by a grid fitted from the dot amid the cluster's outline.
-    bool centreFromDots = false;
+    // After a weak template match, the grid is fitted from each of this many dots amid the
+    // cluster's outline in turn.
+    size_t centreFromDots = 0;
     // Limits of one frame: views prepared, clusters looked at per view, and candidates refused
     // in a row after the angle search before the frame is given up.
     int maxViews = 6;

@@ -356,18 +356,22 @@ std::vector<cv::Point2d> centroidsIn(const Preprocessed& pre, const FrameChain& 
     return out;
 }
 
-bool centreOfDots(const std::vector<cv::Point2f>& dots, cv::Point2f& centre) {
-    if (dots.size() < 7) return false;
+std::vector<cv::Point2f> centresOfDots(const std::vector<cv::Point2f>& dots, double spacing,
+                                       size_t count) {
+    if (dots.size() < 7 || !(spacing > 0.0)) return {};
     std::vector<cv::Point2f> hull;
     cv::convexHull(dots, hull);
     const cv::Moments m = cv::moments(hull);
-    if (!(m.m00 > 0.0)) return false;
+    // A five-ring hexagon of centres spans 65 spacings squared; a tilt stretches it along the
+    // direction the nearest-neighbour spacing does not measure. Larger: more than one code.
+    if (!(m.m00 > 0.0) || m.m00 > 1.6 * 65.0 * spacing * spacing) return {};
     const cv::Point2f middle(static_cast<float>(m.m10 / m.m00), static_cast<float>(m.m01 / m.m00));
-    centre = *std::min_element(dots.begin(), dots.end(),
-                               [&](const cv::Point2f& a, const cv::Point2f& b) {
-                                   return cv::norm(a - middle) < cv::norm(b - middle);
-                               });
-    return true;
+    std::vector<cv::Point2f> out = dots;
+    std::sort(out.begin(), out.end(), [&](const cv::Point2f& a, const cv::Point2f& b) {
+        return cv::norm(a - middle) < cv::norm(b - middle);
+    });
+    out.resize(std::min(count, out.size()));
+    return out;
 }
 
 Decoded refine(const cv::Mat& greyUpright, const std::vector<cv::Point2d>& centroids, float gap,

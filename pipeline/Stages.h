@@ -105,9 +105,11 @@ struct Centre {
     cv::Point weak;  // the best place of a search too weak to pass (-314)
 };
 Centre centre(startPoint_cal& finder, float gap, const cv::Mat& binaryUpright);
-// The centre from a code's dots alone: the dot nearest the middle of their outline (the outer
-// ring bounds it on every side, whatever the view). false for fewer than seven dots.
-bool centreOfDots(const std::vector<cv::Point2f>& dots, cv::Point2f& centre);
+// Where a code's centre can lie, from its dots alone: the `count` dots nearest the middle of
+// their outline (the outer ring bounds it on every side, whatever the view), nearest first.
+// None for fewer than seven dots or an outline larger than one code at that spacing.
+std::vector<cv::Point2f> centresOfDots(const std::vector<cv::Point2f>& dots, double spacing,
+                                       size_t count);
 
 struct Decoded {
     int status = 0;

@@ -60,32 +60,37 @@ TEST_F(StartPoint, StatusCodes) {
     EXPECT_EQ(search(gap, blank), -320);
 }
 
-// The centre from the dots alone, for views the upright template matches weakly: the dot amid
-// the outline of a code's printed dots, however the code is seen.
-TEST(CentreOfDots, FindsTheCentreDotUnderPerspective) {
+// The centre from the dots alone, for views the upright template matches weakly: the dots amid
+// the outline of a code's printed dots, the centre dot first however the code is seen; nothing
+// from an outline too large for one code.
+TEST(CentresOfDots, TheCentreDotComesFirstUnderPerspective) {
     const cv::Matx33d views[] = {cv::Matx33d::eye(),
                                  // foreshortened to 0.6 along x and sheared
                                  cv::Matx33d(0.6, 0.2, 0, 0, 1, 0, 0, 0, 1),
                                  // a perspective that grows the far side by a sixth
                                  cv::Matx33d(1, 0, 0, 0, 1, 0, 0.0013, 0, 1)};
+    const double spacing = 12.0;
     for (uint64_t seed : {1, 2, 3})
         for (const cv::Matx33d& h : views) {
             std::vector<int> bits = qbrender::randomBits(seed, 0.5);
             bits[0] = 1;  // the centre is a marker, always printed
-            std::vector<cv::Point2f> dots;
+            std::vector<cv::Point2f> dots, twoCodes;
             cv::Point2f truth;
-            const std::vector<cv::Point2d> grid = qbrender::gridOffsets(5, 12.0, 17.0 * seed);
+            const std::vector<cv::Point2d> grid = qbrender::gridOffsets(5, spacing, 17.0 * seed);
             for (size_t i = 0; i < grid.size(); ++i) {
                 const cv::Vec3d p = h * cv::Vec3d(grid[i].x, grid[i].y, 1.0);
                 const cv::Point2f at(static_cast<float>(200 + p[0] / p[2]),
                                      static_cast<float>(150 + p[1] / p[2]));
                 if (i == 0) truth = at;
-                if (bits[i]) dots.push_back(at);
+                if (!bits[i]) continue;
+                dots.push_back(at);
+                twoCodes.push_back(at);
+                twoCodes.push_back(at + cv::Point2f(11.0f * static_cast<float>(spacing), 0.0f));
             }
-            cv::Point2f found;
-            ASSERT_TRUE(stages::centreOfDots(dots, found));
-            EXPECT_EQ(found, truth) << "seed " << seed;
+            const std::vector<cv::Point2f> found = stages::centresOfDots(dots, spacing, 7);
+            ASSERT_EQ(found.size(), 7u);
+            EXPECT_EQ(found[0], truth) << "seed " << seed;
+            EXPECT_TRUE(stages::centresOfDots(twoCodes, spacing, 7).empty());
         }
-    cv::Point2f found;
-    EXPECT_FALSE(stages::centreOfDots(std::vector<cv::Point2f>(6, cv::Point2f(1, 1)), found));
+    EXPECT_TRUE(stages::centresOfDots(std::vector<cv::Point2f>(6, {1, 1}), spacing, 7).empty());
 }
