@@ -129,6 +129,7 @@ int ImageProcessPipeline::process(cv::Mat& input, cv::Mat& processed, cv::Mat& b
     smallBlobs.clear();
     imgBinary.erased = &smallBlobs;
     r = imgBinary.blob_centroid(binary, centroids);
+    imgBinary.erased = nullptr;  // a copy of this chain must not write here
     if (r < 0) return r;
     const clock_t t6 = clock();
 

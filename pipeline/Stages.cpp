@@ -367,8 +367,10 @@ std::vector<cv::Point2f> centresOfDots(const std::vector<cv::Point2f>& dots, dou
     if (!(m.m00 > 0.0) || m.m00 > 1.6 * 65.0 * spacing * spacing) return {};
     const cv::Point2f middle(static_cast<float>(m.m10 / m.m00), static_cast<float>(m.m01 / m.m00));
     std::vector<cv::Point2f> out = dots;
+    // Ties by position, so that the order does not depend on the dots' order.
     std::sort(out.begin(), out.end(), [&](const cv::Point2f& a, const cv::Point2f& b) {
-        return cv::norm(a - middle) < cv::norm(b - middle);
+        const double da = cv::norm(a - middle), db = cv::norm(b - middle);
+        return da != db ? da < db : a.x != b.x ? a.x < b.x : a.y < b.y;
     });
     out.resize(std::min(count, out.size()));
     return out;
