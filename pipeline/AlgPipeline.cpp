@@ -176,6 +176,16 @@ struct AlgPipeline::Work {
     cv::Point centre;
     int weak = 0;  // -314 when the read goes on from a weak centre
     bool keepUpright = false;
+
+    // A copy whose images are its own: the centre search turns them in place and the tracker
+    // binarises procRot.
+    static std::pair<Work, Decision> detached(const Work& w, const Decision& d) {
+        std::pair<Work, Decision> out(w, d);
+        out.first.procRot = w.procRot.clone();
+        out.first.binRot = w.binRot.clone();
+        out.second.upright.input = d.upright.input.clone();
+        return out;
+    }
 };
 
 // One candidate: region, angle and upright turn, spacing, centre, decoding, verification and
@@ -193,7 +203,7 @@ Decision AlgPipeline::decide(const FrameView& view, stages::Region reg, const Re
     // The state after the turn, for the tries below; only candidates whose lattice was measured.
     const double lattice = w.reg.spacing;
     std::optional<std::pair<Work, Decision>> turned;
-    if (status == 0 && lattice > 0.0) turned.emplace(w, out);
+    if (status == 0 && lattice > 0.0) turned.emplace(Work::detached(w, out));
     if (status == 0) status = findCentre(w, plan, sink, out);
     if (status == 0) status = readBits(w, plan, imgName, bits, count, sink, out);
     auto take = [&](int again, Decision& d) {
@@ -206,7 +216,7 @@ Decision AlgPipeline::decide(const FrameView& view, stages::Region reg, const Re
     // has the processed frame's scale.
     const bool offLattice = lattice > 0.0 && std::fabs(w.gap / lattice - 1.0) > 0.1;
     if (status < 0 && turned && offLattice) {
-        auto [w2, d2] = *turned;
+        auto [w2, d2] = Work::detached(turned->first, turned->second);
         w2.gap = static_cast<float>(lattice);
         int again = findCentre(w2, plan, sink, d2);
         if (again == 0) again = readBits(w2, plan, imgName, bits, count, sink, d2);
@@ -224,7 +234,7 @@ Decision AlgPipeline::decide(const FrameView& view, stages::Region reg, const Re
         // Under a steep view the outline's middle can lie a step or two off the centre.
         for (const cv::Point2f& at : stages::centresOfDots(dots, lattice, plan.centreFromDots)) {
             if (status == 0) break;
-            auto [w4, d4] = *turned;
+            auto [w4, d4] = Work::detached(turned->first, turned->second);
             if (offLattice) w4.gap = static_cast<float>(lattice);
             w4.centre = cv::Point(cvRound(at.x), cvRound(at.y));
             w4.weak = -314;
