@@ -277,7 +277,8 @@ KeyList SystemPara::keysFor(const std::string& section) {
                 {"maxCandidates", intKey(det_maxCandidates)},
                 {"maxRefused", intKey(det_maxRefused)},
                 {"?angleWindow", floatKey(det_angleWindow)},
-                {"?centreFromDots", intKey(det_centreFromDots)}};
+                {"?centreFromDots", intKey(det_centreFromDots)},
+                {"?smallCodes", intKey(det_smallCodes)}};
     }
 
     return keys;

@@ -131,6 +131,7 @@ public:
     int det_maxRefused = 1;
     float det_angleWindow = 0.f;
     int det_centreFromDots = 0;
+    int det_smallCodes = 0;
 
     std::string paramPath;
     // YAML text held in memory; when not empty it is read instead of the file at paramPath.

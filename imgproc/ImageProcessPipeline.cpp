@@ -127,9 +127,12 @@ int ImageProcessPipeline::process(cv::Mat& input, cv::Mat& processed, cv::Mat& b
     if (showImg) debugShow("bin1", binary, 0);
 
     smallBlobs.clear();
+    fewBlobs.clear();
     imgBinary.erased = &smallBlobs;
+    imgBinary.tooFew = &fewBlobs;
     r = imgBinary.blob_centroid(binary, centroids);
     imgBinary.erased = nullptr;  // a copy of this chain must not write here
+    imgBinary.tooFew = nullptr;
     if (r < 0) return r;
     const clock_t t6 = clock();
 

@@ -40,6 +40,9 @@ public:
     // Blobs too small to count as dots, erased from the binary image: a faint dot still shows
     // as one of them.
     std::vector<cv::Point2f> smallBlobs;
+    // The boxes of the blobs when they were too few to count (-143): a code too small for the
+    // downsampling merges its dots into a few larger blobs.
+    std::vector<cv::Rect> fewBlobs;
     SystemPara* sysPara;
     int Sensitivity = 0;
     bool imgSizeRestrict = false;

@@ -93,6 +93,8 @@ int ImgBinary::blob_centroid(const cv::Mat& bin, std::vector<cv::Point2f>& centr
     cv::Mat work = bin.clone();
     std::vector<std::vector<cv::Point>> contours;
     cv::findContours(work, contours, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE, cv::Point(0, 0));
+    if (contours.size() < 40 && tooFew != nullptr)
+        for (const std::vector<cv::Point>& c : contours) tooFew->push_back(cv::boundingRect(c));
     if (contours.size() < 40 || contours.size() > 500) return -143;
 
     // Small blobs are erased in the caller's pixels: the header is const, the data is not.

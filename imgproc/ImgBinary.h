@@ -37,6 +37,8 @@ public:
     int blob_centroid(const cv::Mat& bin, std::vector<cv::Point2f>& centroids);
     // Where set, blob_centroid appends the centres of the blobs it erases here.
     std::vector<cv::Point2f>* erased = nullptr;
+    // Where set, blob_centroid stores the boxes of the blobs here when they are too few to count.
+    std::vector<cv::Rect>* tooFew = nullptr;
 
 private:
     float maxValue = 255.0f;

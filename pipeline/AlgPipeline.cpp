@@ -134,17 +134,21 @@ int AlgPipeline::Pipeline(unsigned char* image, int rows, int cols, int* bits, i
 }
 
 FrameView AlgPipeline::prepare(const cv::Mat& image, bool dark, double ratio,
-                               const std::string& imgName, clock_t start0, bool fastClusters) {
+                               const std::string& imgName, clock_t start0, bool fastClusters,
+                               cv::Rect crop) {
     FrameView view;
     view.dark = dark;
     view.ratio = ratio;
     const Stamp t;
+    crop &= cv::Rect(0, 0, image.cols, image.rows);
+    const cv::Mat part = crop.empty() ? image : image(crop);
+    view.crop = crop.tl();
     // Into a buffer of its own: the caller's image is read-only and may be shared by threads.
     cv::Mat input;
-    if (dark && !image.empty())
-        cv::bitwise_not(image, input);
+    if (dark && !part.empty())
+        cv::bitwise_not(part, input);
     else
-        input = image;
+        input = part;
     DebugSink sink(*para, imgName, writer);
     preprocess = std::make_unique<ImageProcessPipeline>(para.get());
     preprocess->imgName = imgName;
@@ -156,7 +160,10 @@ FrameView AlgPipeline::prepare(const cv::Mat& image, bool dark, double ratio,
         return view;
     }
     sink.preprocessed(view.pre.input, view.pre.processed, view.pre.binary, start0);
-    view.frames.crop(view.pre.preCrop);
+    view.frames.crop(view.pre.preCrop + cv::Point2d(view.crop));
+    if (!crop.empty())
+        view.pre.whole = cv::Rect2d(-crop.x * ratio, -crop.y * ratio,
+                                    std::trunc(image.cols * ratio), std::trunc(image.rows * ratio));
     view.downsampled = view.frames.resize(view.pre.input.size(), view.pre.processed.size());
     view.preprocessMs = t.ms();
     view.clusters = stages::cluster(view.pre, dc, fastClusters);
@@ -260,7 +267,10 @@ int AlgPipeline::cutRegion(Work& w, const ReadPlan& plan, bool keepUpright, Debu
     evidence.regionDots = reg.dots;
     if (reg.threw) sink.regionFailed();
     if (reg.status < 0) return reg.status;
-    out.region = reg.rect;
+    // The host's box is the region's at the view's ratio, in the whole frame.
+    const double ratio = w.view.ratio;
+    out.region =
+        reg.rect + cv::Point(cvRound(w.view.crop.x * ratio), cvRound(w.view.crop.y * ratio));
     out.regionFound = true;
     const stages::Preprocessed& pre = w.view.pre;
     UprightView& upright = out.upright;

@@ -43,6 +43,7 @@ struct FrameView {
     stages::Preprocessed pre;
     FrameChain frames;    // input, pre-crop, downsampled
     int downsampled = 0;  // index of the downsampled frame in `frames`
+    cv::Point crop;       // where the view's part of the frame starts
     stages::Clusters clusters;
     double preprocessMs = 0.0;
 };
@@ -82,9 +83,10 @@ public:
                       const cv::Mat& values, double scale);
 
     // The stages after Initialize, for the read policy (Detector.h): pre-processing and
-    // clustering of one view, then the decision of one region cut from it.
+    // clustering of one view, then the decision of one region cut from it. A view of part of
+    // the frame is prepared from `image(crop)`; an empty crop is the whole frame.
     FrameView prepare(const cv::Mat& image, bool dark, double ratio, const std::string& imgName,
-                      clock_t start0, bool fastClusters = false);
+                      clock_t start0, bool fastClusters = false, cv::Rect crop = cv::Rect());
     Decision decide(const FrameView& view, stages::Region reg, const ReadPlan& plan,
                     const std::string& imgName, bool keepUpright, int* bits, int count);
 

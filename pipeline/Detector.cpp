@@ -19,6 +19,7 @@ const int kMaxRanks = 64;
 struct Try {
     bool dark;
     double ratio;
+    cv::Rect crop;  // part of the frame; empty: all of it
 };
 
 // The views of one frame in the order they are tried, each prepared on first use. The first
@@ -35,12 +36,12 @@ public:
             dark = stages::looksDark(image);
             mixed = plan.detection && stages::mixedPolarity(image, dark);
         }
-        tries.push_back({dark, plan.ratio});
+        tries.push_back({dark, plan.ratio, cv::Rect()});
         if (plan.camera && plan.guarded) {
-            if (plan.retryPolarity) tries.push_back({!dark, plan.ratio});
+            if (plan.retryPolarity) tries.push_back({!dark, plan.ratio, cv::Rect()});
             // Each ratio costs a whole view: a few at most.
             for (size_t k = 0; k < plan.retryRatios.size() && k < 4; ++k)
-                tries.push_back({dark, plan.retryRatios[k]});
+                tries.push_back({dark, plan.retryRatios[k], cv::Rect()});
         }
         views.resize(tries.size());
     }
@@ -51,6 +52,8 @@ public:
     // Part of the frame looks the other way: the guess of the first view may be wrong there.
     bool mixedFrame() const { return mixed; }
     bool dark(size_t k) const { return tries[k].dark; }
+    // A view of part of the frame, added where the first view saw merged dots.
+    bool part(size_t k) const { return !tries[k].crop.empty(); }
     int prepared() const { return count; }
 
     const FrameView& at(size_t k) {
@@ -69,9 +72,24 @@ private:
         bool first = true;
         for (size_t j = 0; j < k; ++j) first = first && tries[j].dark != tries[k].dark;
         first = k == 0 || (plan.detection && first);
+        if (first && view.status == -143 && plan.smallCodes && !part(k)) {
+            const cv::Rect crop = stages::mergedDots(view.pre);
+            if (!crop.empty()) {
+                tries.push_back({tries[k].dark, 1.0, crop});
+                views.emplace_back();
+            }
+        }
         if (!first || !plan.sizeRule || view.status < 0) return view;
-        const double spacing = stages::blobSpacing(view.pre.centroids);
+        double spacing = stages::blobSpacing(view.pre.centroids);
         const double lo = plan.spacingLo, hi = plan.spacingHi;
+        if (plan.smallCodes && spacing >= lo && !view.pre.smallBlobs.empty()) {
+            // Dots about as small as the specks the filter drops keep only the larger few, which
+            // lie further apart: the spacing counts them all.
+            std::vector<cv::Point2f> all = view.pre.centroids;
+            all.insert(all.end(), view.pre.smallBlobs.begin(), view.pre.smallBlobs.end());
+            const double fine = stages::blobSpacing(all);
+            if (fine > 0.0 && fine < lo) spacing = fine;
+        }
         if (!(spacing > 0.0) || (spacing >= lo && spacing <= hi)) return view;
         const double to =
             std::clamp(tries[k].ratio * std::sqrt(lo * hi) / spacing, kLowestRatio, 1.0);
@@ -84,7 +102,7 @@ private:
 
     FrameView prepare(const Try& t) {
         return engine.prepare(image, t.dark, t.ratio, request.imgName, request.start0,
-                              plan.detection);
+                              plan.detection, t.crop);
     }
 
     AlgPipeline& engine;
@@ -278,7 +296,7 @@ Detection detectCandidates(AlgPipeline& engine, const ReadPlan& plan, Views& vie
     for (size_t k = 0; k < views.size() && views.prepared() < plan.maxViews; ++k) {
         const bool flipped = views.dark(k) != views.dark(0);
         const bool mixed = views.mixedFrame() && (out.codes.empty() || request.every);
-        if (k > 0 && !(flipped ? gaps || mixed : unread)) continue;
+        if (k > 0 && !views.part(k) && !(flipped ? gaps || mixed : unread)) continue;
         const FrameView& view = views.at(k);
         if (view.status < 0) {
             refuse(refused(view.status, views, k), false);
@@ -407,6 +425,7 @@ ReadPlan ReadPlan::from(SystemPara& record) {
         plan.maxRefused = std::max(1, record.det_maxRefused);
         plan.angleWindow = std::clamp(static_cast<double>(record.det_angleWindow), 0.0, 30.0);
         plan.centreFromDots = static_cast<size_t>(std::clamp(record.det_centreFromDots, 0, 19));
+        plan.smallCodes = record.det_smallCodes != 0;
     }
     return plan;
 }

@@ -35,6 +35,9 @@ struct ReadPlan {
     // After a weak template match, the grid is fitted from each of this many dots amid the
     // cluster's outline in turn.
     size_t centreFromDots = 0;
+    // A frame whose blobs were too few to count, where they lie close together, is prepared
+    // once more there at full resolution: the downsampling merged the dots of a small code.
+    bool smallCodes = false;
     // Limits of one frame: views prepared, clusters looked at per view, and candidates refused
     // in a row after the angle search before the frame is given up.
     int maxViews = 6;

@@ -115,6 +115,7 @@ Preprocessed preprocess(ImageProcessPipeline& chain, const cv::Mat& image, doubl
     out.input = image;
     out.status = chain.process(out.input, out.processed, out.binary, out.centroids, ratio);
     out.smallBlobs = std::move(chain.smallBlobs);
+    out.fewBlobs = std::move(chain.fewBlobs);
     // The chain may hand back a view of a fixed crop of the image.
     if (!image.empty() && out.input.data != image.data) {
         cv::Size whole;
@@ -356,6 +357,61 @@ std::vector<cv::Point2d> centroidsIn(const Preprocessed& pre, const FrameChain& 
     return out;
 }
 
+cv::Rect mergedDots(const Preprocessed& pre) {
+    const std::vector<cv::Rect>& boxes = pre.fewBlobs;
+    const size_t n = boxes.size();
+    if (n < 8 || pre.processed.empty() || pre.input.empty()) return cv::Rect();
+    std::vector<double> sizes;
+    for (const cv::Rect& b : boxes) sizes.push_back(std::max(b.width, b.height));
+    // Merged dots of one code lie within a few blob sizes of each other (the upper quartile
+    // passes over specks); where few survive the filter, within a few of the smallest
+    // spacing's dots.
+    std::nth_element(sizes.begin(), sizes.begin() + 3 * n / 4, sizes.end());
+    const double size = std::max(sizes[3 * n / 4], 2.0), reach = std::max(3.0 * size, 16.0);
+    std::vector<int> group(n, -1);
+    int best = -1;
+    size_t bestSize = 0;
+    for (size_t s = 0; s < n; ++s) {
+        if (group[s] >= 0) continue;
+        std::vector<size_t> todo{s};
+        group[s] = static_cast<int>(s);
+        size_t members = 0;
+        while (!todo.empty()) {
+            const size_t i = todo.back();
+            todo.pop_back();
+            ++members;
+            const cv::Point2d a = (boxes[i].tl() + boxes[i].br()) * 0.5;
+            for (size_t j = 0; j < n; ++j) {
+                if (group[j] >= 0) continue;
+                const cv::Point2d b = (boxes[j].tl() + boxes[j].br()) * 0.5;
+                if (cv::norm(a - b) <= reach) {
+                    group[j] = static_cast<int>(s);
+                    todo.push_back(j);
+                }
+            }
+        }
+        if (members > bestSize) {
+            bestSize = members;
+            best = static_cast<int>(s);
+        }
+    }
+    if (bestSize < 8) return cv::Rect();
+    cv::Rect all;
+    for (size_t i = 0; i < n; ++i)
+        if (group[i] == best) all = all.empty() ? boxes[i] : (all | boxes[i]);
+    const double sx = static_cast<double>(pre.input.cols) / pre.processed.cols;
+    const double sy = static_cast<double>(pre.input.rows) / pre.processed.rows;
+    // Room for the region's own margin about the dots (22 px at full resolution) and a dot.
+    const double margin = 32.0;
+    const cv::Point2d tl((all.x - size) * sx - margin, (all.y - size) * sy - margin);
+    const cv::Point2d br((all.br().x + size) * sx + margin, (all.br().y + size) * sy + margin);
+    cv::Rect out(cv::Point(cvFloor(tl.x + pre.preCrop.x), cvFloor(tl.y + pre.preCrop.y)),
+                 cv::Point(cvCeil(br.x + pre.preCrop.x), cvCeil(br.y + pre.preCrop.y)));
+    out &= cv::Rect(cv::Point(cvRound(pre.preCrop.x), cvRound(pre.preCrop.y)), pre.input.size());
+    if (4.0 * out.area() > static_cast<double>(pre.input.total())) return cv::Rect();
+    return out;
+}
+
 std::vector<cv::Point2f> centresOfDots(const std::vector<cv::Point2f>& dots, double spacing,
                                        size_t count) {
     if (dots.size() < 7 || !(spacing > 0.0)) return {};
@@ -483,8 +539,11 @@ Verified verify(const Decoded& decoded, const Preprocessed& pre, const FrameChai
     in.spacing = gap;
     in.keptSize = regionSize;
     if (camera) {
-        const cv::Point2d o = frames.map({0, 0}, downsampled, regionFrame);
-        in.frame = cv::Rect2d(o.x, o.y, pre.processed.cols, pre.processed.rows);
+        const cv::Rect2d whole = pre.whole.empty()
+                                     ? cv::Rect2d(0, 0, pre.processed.cols, pre.processed.rows)
+                                     : pre.whole;
+        const cv::Point2d o = frames.map(whole.tl(), downsampled, regionFrame);
+        in.frame = cv::Rect2d(o.x, o.y, whole.width, whole.height);
         in.frameMargin = frameMargin;
     }
     // The turn is affine: three points fix it.

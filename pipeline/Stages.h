@@ -39,6 +39,10 @@ struct Preprocessed {
     cv::Mat binary;
     std::vector<cv::Point2f> centroids;
     std::vector<cv::Point2f> smallBlobs;  // erased as too small for a dot
+    std::vector<cv::Rect> fewBlobs;       // the blobs' boxes where too few to count
+    // The whole frame in the downsampled frame (a view may be of part of it); empty: the
+    // processed image's extent.
+    cv::Rect2d whole;
 };
 // ratio: the downsampling ratio, 0 for the file's.
 Preprocessed preprocess(ImageProcessPipeline& chain, const cv::Mat& image, double ratio = 0.0);
@@ -96,6 +100,12 @@ struct Spacing {
     float gap = 0.f;  // processed-frame pixels
 };
 Spacing spacing(const Angle& angle);
+
+// Where a small code may lie in a frame whose blobs were too few to count (the downsampling
+// merged its dots): the box, in the input, of the largest group of at least eight blobs lying
+// close together, widened by a margin; empty where there is none or it covers more than a
+// quarter of the input.
+cv::Rect mergedDots(const Preprocessed& pre);
 
 struct Centre {
     int status = 0;

@@ -8,6 +8,7 @@
 #include "SystemPara.h"
 #include "qbcode_reader.hpp"
 #include "qbcode_render.h"
+#include "test_support.h"
 
 namespace {
 
@@ -60,5 +61,34 @@ INSTANTIATE_TEST_SUITE_P(
                       Case{"large_dots_1280x960", 56, {1280, 960}, 0, false, true, false},
                       Case{"tilted_35deg_dark", 20, {640, 480}, 35, true, false, true}),
     [](const auto& info) { return std::string(info.param.name); });
+
+// Dots 9 px apart merge at the configured ratio: the part of the frame they lie in is read at
+// full resolution, and the box and centre come back in the whole frame.
+TEST(SmallCodes, ReadFromPartOfTheFrameAtFullResolution) {
+    const std::vector<int> bits = qbrender::randomBits(29);
+    qbrender::CodeStyle style;
+    style.spacing = 9.0;
+    style.dotDiameter = 5.4;
+    style.rotationDeg = 11.0;
+    style.centre = cv::Point2d(470, 140);
+    qbrender::CameraOptions camera;
+    camera.blurSigma = 0.6;
+    camera.noiseSigma = 3.0;
+    const cv::Mat img = qbrender::renderCamera(bits, style, camera);
+    const qbcode::ImageView view(img.data, img.rows, img.cols);
+
+    const qbcode::Result r = qbcode::read(view, qbcode::ReaderOptions());
+    ASSERT_EQ(r.status, 0) << r.statusName();
+    EXPECT_EQ(r.bits, bits);
+    EXPECT_EQ(r.evidence.ratio, 1.0);
+    EXPECT_NEAR(r.centre.x, 470, 4.5);
+    EXPECT_NEAR(r.centre.y, 140, 4.5);
+    EXPECT_NEAR(r.box[0] + 0.5 * r.box[2], 470, 9.0);
+    EXPECT_NEAR(r.box[1] + 0.5 * r.box[3], 140, 9.0);
+
+    const auto without =
+        qbcode::ReaderOptions::fromYaml(testsupport::paramsWith("Detection", "smallCodes", "0"));
+    EXPECT_EQ(qbcode::read(view, without).status, QBCODE_BLOB_COUNT);
+}
 
 }  // namespace
