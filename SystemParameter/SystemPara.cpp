@@ -258,6 +258,7 @@ KeyList SystemPara::keysFor(const std::string& section) {
                 {"maxResidual", floatKey(verify_maxResidual)},
                 {"?maxCrowded", intKey(verify_maxCrowded)},
                 {"?smallDots", intKey(verify_smallDots)},
+                {"?smoothLight", floatKey(verify_smoothLight)},
                 {"maxUnexplained", intKey(verify_maxUnexplained)},
                 {"?minConfidence", floatKey(verify_minConfidence)}};
     } else if (section == "Camera") {

@@ -109,6 +109,7 @@ public:
     float verify_maxResidual = 0.15f;
     int verify_maxCrowded = -1;
     int verify_smallDots = 0;
+    float verify_smoothLight = 0.f;  // spacings; 0: the levels nearby are medians only
     int verify_maxUnexplained = 0;
     // Weakest position confidence a read may have; below -1 (a file without the key) no read is
     // refused for it.

@@ -562,6 +562,7 @@ Verified verify(const Decoded& decoded, const Preprocessed& pre, const FrameChai
     levels.grey = pre.input;
     levels.bits = in.bits;
     levels.spacing = gap * frames.scaleToInput(uprightFrame);
+    levels.smoothLight = verification.smoothLight;
     for (const cv::Point2d& p : followDots(decoded.points, in.bits, in.centroids, out.checks, gap))
         levels.points.push_back(frames.map(p, uprightFrame, 1));
     out.confidence = confidence::measure(levels);

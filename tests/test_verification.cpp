@@ -132,12 +132,13 @@ INSTANTIATE_TEST_SUITE_P(
 namespace {
 
 // What lies on the code, drawn over a clean print of it.
-enum class Over { Nothing, Gradient, GreyOnADot, DarkOnADot, SpeckOnAGap };
+enum class Over { Nothing, Gradient, ShadowEdge, GreyOnADot, DarkOnADot, SpeckOnAGap };
 
 struct LevelCase {
     const char* name;
     Over over;
     int status;  // with minConfidence -0.7: 0, -516, -517, or 1 for either refusal
+    double smoothLight = 0.0;
 };
 
 void PrintTo(const LevelCase& c, std::ostream* os) {
@@ -163,15 +164,22 @@ TEST_P(Confidence, FlagsWhatIsNeitherDotNorBackground) {
     in.grey = qbrender::renderCamera(in.bits, style, camera);
     in.points = gridAt(0);
     in.spacing = kSpacing;
+    in.smoothLight = c.smoothLight;
     int dot = 30;  // a printed position of the third ring
     while (!in.bits[dot]) ++dot;
     const cv::Point at(in.points[dot]);
     switch (c.over) {
         case Over::Nothing:
             break;
-        case Over::Gradient: {
+        case Over::Gradient:
+        case Over::ShadowEdge: {
+            // Light falling off across the frame, or 40 % of it beyond a soft edge through the
+            // code's middle.
             cv::Mat ramp(in.grey.size(), CV_32F);
-            for (int x = 0; x < ramp.cols; ++x) ramp.col(x).setTo(0.5 + 0.5 * x / ramp.cols);
+            for (int x = 0; x < ramp.cols; ++x)
+                ramp.col(x).setTo(c.over == Over::Gradient
+                                      ? 0.5 + 0.5 * x / ramp.cols
+                                      : 0.4 + 0.6 / (1.0 + std::exp((kCentre.x - x) / kSpacing)));
             cv::Mat f;
             in.grey.convertTo(f, CV_32F);
             cv::multiply(f, ramp, f);
@@ -210,14 +218,16 @@ TEST_P(Confidence, FlagsWhatIsNeitherDotNorBackground) {
     EXPECT_EQ(verification.Judge(out), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Prints, Confidence,
-                         ::testing::Values(LevelCase{"Clean", Over::Nothing, 0},
-                                           LevelCase{"LightFallingOff", Over::Gradient, 0},
-                                           LevelCase{"GreyObjectOnADot", Over::GreyOnADot, -516},
-                                           LevelCase{"DarkObjectOverADot", Over::DarkOnADot, 1},
-                                           LevelCase{"SpeckOnAGap", Over::SpeckOnAGap, -517}),
-                         [](const ::testing::TestParamInfo<LevelCase>& info) {
-                             return std::string(info.param.name);
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    Prints, Confidence,
+    ::testing::Values(LevelCase{"Clean", Over::Nothing, 0},
+                      LevelCase{"LightFallingOff", Over::Gradient, 0},
+                      LevelCase{"ShadowEdge", Over::ShadowEdge, 1},
+                      LevelCase{"ShadowEdgeFollowed", Over::ShadowEdge, 0, 3},
+                      LevelCase{"GreyObjectOnADot", Over::GreyOnADot, -516},
+                      LevelCase{"GreyObjectWhereLightIsFollowed", Over::GreyOnADot, -516, 3},
+                      LevelCase{"DarkObjectOverADot", Over::DarkOnADot, 1},
+                      LevelCase{"SpeckOnAGap", Over::SpeckOnAGap, -517}),
+    [](const ::testing::TestParamInfo<LevelCase>& info) { return std::string(info.param.name); });
 
 }  // namespace

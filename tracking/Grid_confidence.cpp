@@ -132,9 +132,45 @@ Output measure(const Input& in) {
         if (o.level >= 0.0) ofKind[o.kind].push_back(&o);
     std::vector<std::pair<double, double>> byDistance;  // (squared distance, level)
     std::vector<double> near;
+    // The plane of a kind's levels about p, where every sample within reach lies on it: an
+    // object on the code breaks the plane where it covers a sample, and the median decides.
+    std::vector<const Sample*> within;
+    double codeContrast = 0.0;
+    if (in.smoothLight > 0.0 && !ofKind[0].empty() && !ofKind[1].empty()) {
+        std::vector<double> dot, ground;
+        for (const Sample* o : ofKind[1]) dot.push_back(o->level);
+        for (const Sample* o : ofKind[0]) ground.push_back(o->level);
+        codeContrast = median(dot) - median(ground);
+    }
+    const double planeReach2 = in.smoothLight * in.smoothLight * s * s;
+    auto onPlane = [&](cv::Point2d p, int kind, double& level) {
+        if (kind > 1 || !(codeContrast > 8.0)) return false;
+        within.clear();
+        for (const Sample* o : ofKind[kind])
+            if (dist2(o->at, p) <= planeReach2) within.push_back(o);
+        if (within.size() < 9) return false;
+        cv::Matx33d normal = cv::Matx33d::zeros();
+        cv::Vec3d rhs(0, 0, 0);
+        for (const Sample* o : within) {
+            const cv::Vec3d v(1.0, (o->at.x - p.x) / s, (o->at.y - p.y) / s);
+            normal += v * v.t();
+            rhs += v * o->level;
+        }
+        cv::Vec3d plane;
+        if (!cv::solve(normal, rhs, plane, cv::DECOMP_CHOLESKY)) return false;
+        for (const Sample* o : within) {
+            const double fit =
+                plane[0] + plane[1] * (o->at.x - p.x) / s + plane[2] * (o->at.y - p.y) / s;
+            if (std::fabs(o->level - fit) > 0.15 * codeContrast) return false;
+        }
+        level = plane[0];
+        return true;
+    };
     // The seven nearest and every one within reach: those within reach alone when they are seven
     // or more, else the seven nearest (ties by level, so the set does not depend on the order).
     auto levelNear = [&](cv::Point2d p, int kind) {
+        double level = 0.0;
+        if (in.smoothLight > 0.0 && onPlane(p, kind, level)) return level;
         near.clear();
         for (const Sample* o : ofKind[kind])
             if (dist2(o->at, p) <= reach2) near.push_back(o->level);

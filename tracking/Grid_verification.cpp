@@ -24,6 +24,7 @@ int Grid_verification::Initiate() {
     matchRadius = sysPara->verify_matchRadius;
     maxMissing = sysPara->verify_maxMissing;
     smallDots = sysPara->verify_smallDots;
+    smoothLight = sysPara->verify_smoothLight;
     maxResidual = sysPara->verify_maxResidual;
     maxCrowded = sysPara->verify_maxCrowded;
     maxUnexplained = sysPara->verify_maxUnexplained;

@@ -71,6 +71,8 @@ public:
     float matchRadius = 0.33f;
     int maxMissing = 0;
     int smallDots = 0;  // a 1-bit on a blob too small for a dot is not missing
+    // Reach, in spacings, of the plane the confidence levels follow where light varies smoothly.
+    float smoothLight = 0.f;
     float maxResidual = 0.15f;
     int maxCrowded = -1;  // -1: no limit
     int maxUnexplained = 0;
