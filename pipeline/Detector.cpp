@@ -82,9 +82,10 @@ private:
         if (!first || !plan.sizeRule || view.status < 0) return view;
         double spacing = stages::blobSpacing(view.pre.centroids);
         const double lo = plan.spacingLo, hi = plan.spacingHi;
-        if (plan.smallCodes && spacing >= lo && !view.pre.smallBlobs.empty()) {
+        if (plan.smallCodes && k == 0 && spacing >= lo && !view.pre.smallBlobs.empty()) {
             // Dots about as small as the specks the filter drops keep only the larger few, which
-            // lie further apart: the spacing counts them all.
+            // lie further apart: the spacing counts them all. Only in the frame's own polarity:
+            // the other one of a photograph is full of specks.
             std::vector<cv::Point2f> all = view.pre.centroids;
             all.insert(all.end(), view.pre.smallBlobs.begin(), view.pre.smallBlobs.end());
             const double fine = stages::blobSpacing(all);
