@@ -61,3 +61,31 @@ TEST(GridMatch, MutualNearestLeavesADotToTheNearerPosition) {
 }
 
 }  // namespace
+
+namespace {
+
+// The index gives the scan's match on dots on a lattice (ties between equidistant dots), in a
+// heap, far apart and none, for queries anywhere, radii of every size, negative and NaN.
+TEST(GridMatchIndex, MatchesTheScan) {
+    cv::RNG rng(5);
+    std::vector<std::vector<cv::Point2d>> sets(4);
+    for (int y = 0; y < 12; ++y)
+        for (int x = 0; x < 12; ++x) sets[0].emplace_back(20.0 * x + 10.0 * (y % 2), 17.0 * y);
+    for (int i = 0; i < 300; ++i)
+        sets[1].emplace_back(rng.uniform(0.0, 60.0), rng.uniform(0.0, 9.0));
+    sets[2] = {{-500.0, 3.0}, {7.0, 7.0}, {7.0, 7.0}, {1e6, -1e6}};
+    for (const std::vector<cv::Point2d>& dots : sets) {
+        const gridmatch::DotIndex index(dots, 20.0);
+        // Halfway between two dots of a row, and on one of them.
+        std::vector<cv::Point2d> positions = {{30.0, 0.0}, {110.0, 0.0}, {7.0, 7.0}};
+        for (int i = 0; i < 400; ++i)
+            positions.emplace_back(rng.uniform(-60.0, 300.0), rng.uniform(-60.0, 250.0));
+        for (double radius : {0.0, 3.0, 10.0, 25.0, 90.0, 1e9, -10.0, std::nan("")})
+            for (int i = 0; i < static_cast<int>(positions.size()); ++i)
+                ASSERT_EQ(gridmatch::mutualNearest(positions, i, index, radius),
+                          gridmatch::mutualNearest(positions, i, dots, radius))
+                    << "position " << i << " radius " << radius;
+    }
+}
+
+}  // namespace

@@ -31,6 +31,83 @@ int mutualNearest(const std::vector<cv::Point2d>& positions, int i,
     return nearestOf(dots[j], positions) == i ? j : -1;
 }
 
+DotIndex::DotIndex(const std::vector<cv::Point2d>& d, double size) : dots(d) {
+    cv::Point2d lo(std::numeric_limits<double>::infinity(),
+                   std::numeric_limits<double>::infinity());
+    cv::Point2d hi = -lo;
+    for (const cv::Point2d& p : dots)
+        if (std::isfinite(p.x) && std::isfinite(p.y)) {
+            lo = cv::Point2d(std::min(lo.x, p.x), std::min(lo.y, p.y));
+            hi = cv::Point2d(std::max(hi.x, p.x), std::max(hi.y, p.y));
+        }
+    if (!(lo.x <= hi.x) || !(size > 0.0) || !std::isfinite(size)) return;  // every query scans
+    // A few thousand cells at the most, whatever the spread of the dots.
+    const double span = std::max(hi.x - lo.x, hi.y - lo.y);
+    cell = std::max(size, span / 64.0);
+    origin = lo;
+    cols = static_cast<int>((hi.x - lo.x) / cell) + 1;
+    rows = static_cast<int>((hi.y - lo.y) / cell) + 1;
+    std::vector<int> at(dots.size(), -1);
+    first.assign(static_cast<size_t>(cols) * rows + 1, 0);
+    for (size_t i = 0; i < dots.size(); ++i) {
+        const cv::Point2d& p = dots[i];
+        if (!(std::isfinite(p.x) && std::isfinite(p.y))) continue;
+        const int cx = std::min(cols - 1, static_cast<int>((p.x - origin.x) / cell));
+        const int cy = std::min(rows - 1, static_cast<int>((p.y - origin.y) / cell));
+        at[i] = cy * cols + cx;
+        ++first[static_cast<size_t>(at[i]) + 1];
+    }
+    for (size_t k = 1; k < first.size(); ++k) first[k] += first[k - 1];
+    members.resize(static_cast<size_t>(first.back()));
+    std::vector<int> fill(first.begin(), first.end() - 1);
+    for (size_t i = 0; i < dots.size(); ++i)
+        if (at[i] >= 0)
+            members[static_cast<size_t>(fill[static_cast<size_t>(at[i])]++)] = static_cast<int>(i);
+}
+
+int DotIndex::nearestWithin(const cv::Point2d& p, double radius) const {
+    const double r2 = radius * radius;
+    // A little wider than the radius: a dot whose squared distance rounds to within it counts.
+    const double reach = std::fabs(radius) * (1.0 + 1e-9) + 1e-9;
+    const bool scan = cols == 0 || !std::isfinite(p.x) || !std::isfinite(p.y) ||
+                      !std::isfinite(reach) || reach > 16.0 * cell;
+    if (scan) {
+        const int j = nearestOf(p, dots);
+        return j >= 0 && dist2(p, dots[static_cast<size_t>(j)]) <= r2 ? j : -1;
+    }
+    const auto cellOf = [this](double v, double o, int n) {
+        return std::clamp(static_cast<int>(std::floor((v - o) / cell)), 0, n - 1);
+    };
+    if (p.x + reach < origin.x || p.y + reach < origin.y || p.x - reach > origin.x + cols * cell ||
+        p.y - reach > origin.y + rows * cell)
+        return -1;
+    const int x0 = cellOf(p.x - reach, origin.x, cols), x1 = cellOf(p.x + reach, origin.x, cols);
+    const int y0 = cellOf(p.y - reach, origin.y, rows), y1 = cellOf(p.y + reach, origin.y, rows);
+    // The first of equals, as nearestOf picks it.
+    int best = -1;
+    double bestD = std::numeric_limits<double>::infinity();
+    for (int y = y0; y <= y1; ++y)
+        for (int x = x0; x <= x1; ++x) {
+            const size_t k = static_cast<size_t>(y) * cols + x;
+            for (int m = first[k]; m < first[k + 1]; ++m) {
+                const int i = members[static_cast<size_t>(m)];
+                const double d = dist2(p, dots[static_cast<size_t>(i)]);
+                if (d < bestD || (d == bestD && i < best)) {
+                    bestD = d;
+                    best = i;
+                }
+            }
+        }
+    return best >= 0 && bestD <= r2 ? best : -1;
+}
+
+int mutualNearest(const std::vector<cv::Point2d>& positions, int i, const DotIndex& dots,
+                  double radius) {
+    const int j = dots.nearestWithin(positions[i], radius);
+    if (j < 0) return -1;
+    return nearestOf(dots.points()[static_cast<size_t>(j)], positions) == i ? j : -1;
+}
+
 cv::Point2d apply(const cv::Matx23d& m, const cv::Point2d& p) {
     return cv::Point2d(m(0, 0) * p.x + m(0, 1) * p.y + m(0, 2),
                        m(1, 0) * p.x + m(1, 1) * p.y + m(1, 2));

@@ -19,6 +19,28 @@ int nearestOf(const cv::Point2d& p, const std::vector<cv::Point2d>& set);
 int mutualNearest(const std::vector<cv::Point2d>& positions, int i,
                   const std::vector<cv::Point2d>& dots, double radius);
 
+// The dots bucketed in square cells, for a refinement that matches many grids to one set of dots:
+// the nearest dot within a radius without a scan of every dot.
+class DotIndex {
+public:
+    // The dots must outlive the index.
+    DotIndex(const std::vector<cv::Point2d>& dots, double cell);
+    // nearestOf(p, dots) when that dot lies within the radius (dist2 <= radius * radius), else -1.
+    int nearestWithin(const cv::Point2d& p, double radius) const;
+    const std::vector<cv::Point2d>& points() const { return dots; }
+
+private:
+    const std::vector<cv::Point2d>& dots;
+    double cell = 0.0;
+    cv::Point2d origin;
+    int cols = 0, rows = 0;
+    std::vector<int> first, members;  // cell k holds members[first[k] .. first[k + 1])
+};
+
+// mutualNearest with the dots of an index: the same match.
+int mutualNearest(const std::vector<cv::Point2d>& positions, int i, const DotIndex& dots,
+                  double radius);
+
 cv::Point2d apply(const cv::Matx23d& m, const cv::Point2d& p);
 cv::Point2d apply(const cv::Matx33d& h, const cv::Point2d& p);
 cv::Matx33d fromAffine(const cv::Matx23d& a);

@@ -18,7 +18,7 @@ namespace {
 // the radius, scaled by each position's local scale. A dot nearer to a position outside the
 // range is left to that position.
 void match(const std::vector<cv::Point2d>& pred, const std::vector<double>& scale, int count,
-           const std::vector<cv::Point2d>& dots, double radius, std::vector<int>& positions,
+           const gridmatch::DotIndex& dots, double radius, std::vector<int>& positions,
            std::vector<cv::Point2d>& matched) {
     positions.clear();
     matched.clear();
@@ -26,7 +26,7 @@ void match(const std::vector<cv::Point2d>& pred, const std::vector<double>& scal
         const int j = gridmatch::mutualNearest(pred, i, dots, radius * scale[i]);
         if (j < 0) continue;
         positions.push_back(i);
-        matched.push_back(dots[j]);
+        matched.push_back(dots.points()[static_cast<size_t>(j)]);
     }
 }
 
@@ -121,6 +121,8 @@ bool Grid_refinement::Run(const Input& in, Dots_tracking& sampler, Output& out) 
     const cv::Point2d voted = voteTranslation(
         grid, std::min(n, qbcode::positionsFor(std::min(in.layer, 2))), in.centroids, in.spacing);
     cv::Matx33d fit(1, 0, voted.x, 0, 1, voted.y, 0, 0, 1);
+    // Every grid below is matched to the same dots, about a hundred times for the centre alone.
+    const gridmatch::DotIndex dots(in.centroids, in.spacing);
     std::vector<int> positions;
     std::vector<cv::Point2d> matched, from, pred(n);
     std::vector<double> scale(n, 1.0);
@@ -135,7 +137,7 @@ bool Grid_refinement::Run(const Input& in, Dots_tracking& sampler, Output& out) 
         bool lost = false;
         for (int rings = 2; rings <= std::max(in.layer, 2) && !lost; ++rings)
             for (int pass = 0; pass < 2 && !lost; ++pass) {
-                match(pred, scale, std::min(n, qbcode::positionsFor(rings)), in.centroids,
+                match(pred, scale, std::min(n, qbcode::positionsFor(rings)), dots,
                       innerRadius * in.spacing, positions, matched);
                 from.clear();
                 for (int i : positions) from.push_back(grid[i]);
@@ -154,7 +156,7 @@ bool Grid_refinement::Run(const Input& in, Dots_tracking& sampler, Output& out) 
     auto refit = [&] {
         for (double r : radii)
             for (size_t last = 0, pass = 0; pass < 3; ++pass) {
-                match(pred, scale, n, in.centroids, r * in.spacing, positions, matched);
+                match(pred, scale, n, dots, r * in.spacing, positions, matched);
                 if (positions.size() <= last) break;
                 last = positions.size();
                 from.clear();
@@ -180,7 +182,7 @@ bool Grid_refinement::Run(const Input& in, Dots_tracking& sampler, Output& out) 
                 const cv::Point2d shift = a * i + b * j;
                 if (shift.dot(shift) > limit) continue;
                 predict(fit, shift);
-                match(pred, scale, n, in.centroids, radii.back() * in.spacing, positions, matched);
+                match(pred, scale, n, dots, radii.back() * in.spacing, positions, matched);
                 shifts.emplace_back(static_cast<int>(positions.size()), shift);
             }
         std::stable_sort(shifts.begin(), shifts.end(),
