@@ -43,6 +43,7 @@ DotIndex::DotIndex(const std::vector<cv::Point2d>& d, double size) : dots(d) {
     if (!(lo.x <= hi.x) || !(size > 0.0) || !std::isfinite(size)) return;  // every query scans
     // A few thousand cells at the most, whatever the spread of the dots.
     const double span = std::max(hi.x - lo.x, hi.y - lo.y);
+    if (!std::isfinite(span)) return;
     cell = std::max(size, span / 64.0);
     origin = lo;
     cols = static_cast<int>((hi.x - lo.x) / cell) + 1;

@@ -156,8 +156,15 @@ Output measure(const Input& in) {
             normal += v * v.t();
             rhs += v * o->level;
         }
+        // Cramer's rule in this file's arithmetic: the same plane on every platform.
+        const double det = cv::determinant(normal);
+        if (!(std::fabs(det) > 1e-9)) return false;
         cv::Vec3d plane;
-        if (!cv::solve(normal, rhs, plane, cv::DECOMP_CHOLESKY)) return false;
+        for (int c = 0; c < 3; ++c) {
+            cv::Matx33d m = normal;
+            for (int r = 0; r < 3; ++r) m(r, c) = rhs[r];
+            plane[c] = cv::determinant(m) / det;
+        }
         for (const Sample* o : within) {
             const double fit =
                 plane[0] + plane[1] * (o->at.x - p.x) / s + plane[2] * (o->at.y - p.y) / s;
