@@ -19,7 +19,7 @@ const int kMaxRanks = 64;
 struct Try {
     bool dark;
     double ratio;
-    cv::Rect crop;  // part of the frame; empty: all of it
+    cv::Rect crop{};  // part of the frame; empty: all of it
 };
 
 // The views of one frame in the order they are tried, each prepared on first use. The first
@@ -36,12 +36,12 @@ public:
             dark = stages::looksDark(image);
             mixed = plan.detection && stages::mixedPolarity(image, dark);
         }
-        tries.push_back({dark, plan.ratio, cv::Rect()});
+        tries.push_back({dark, plan.ratio});
         if (plan.camera && plan.guarded) {
-            if (plan.retryPolarity) tries.push_back({!dark, plan.ratio, cv::Rect()});
+            if (plan.retryPolarity) tries.push_back({!dark, plan.ratio});
             // Each ratio costs a whole view: a few at most.
             for (size_t k = 0; k < plan.retryRatios.size() && k < 4; ++k)
-                tries.push_back({dark, plan.retryRatios[k], cv::Rect()});
+                tries.push_back({dark, plan.retryRatios[k]});
         }
         views.resize(tries.size());
     }
