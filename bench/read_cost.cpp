@@ -2,7 +2,9 @@
 // valgrind's callgrind (scripts/read_cost.sh), every read is counted on its own (a dump per
 // read, named after its frame class). Without valgrind it reads the same frames once each.
 // "--stream N" instead reads the no-code and nominal frames in turn N times through one reader
-// and prints the heap in use every N/10 frames: it must not grow.
+// and prints the heap in use every N/10 frames: it must not grow. "--write-frames DIR" saves
+// those frames; "--stream N DIR" reads them from there, so that under massif the heap's peak
+// is a read's and not the drawing's.
 #include <malloc.h>
 
 #include <cstdio>
@@ -12,6 +14,7 @@
 #include <vector>
 
 #include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
 
 #include "bench_frames.h"
 #include "qbcode_reader.hpp"
@@ -39,23 +42,60 @@ void counted(const char* name, F&& read) {
     CALLGRIND_DUMP_STATS_AT(name);
 }
 
+// The no-code and nominal frames read in turn, `frames` reads in all; the heap in use every
+// tenth of the way.
+void stream(qbcode::Reader& reader, const std::vector<cv::Mat>& empty,
+            const std::vector<cv::Mat>& nominal, long frames) {
+    for (long k = 0; k < frames; ++k) {
+        const std::vector<cv::Mat>& set = k % 2 ? nominal : empty;
+        reader.read(qbbench::viewOf(set[static_cast<size_t>(k / 2) % set.size()]));
+        if ((k + 1) % (frames / 10) == 0)
+            std::printf("frame %ld: heap in use %zu bytes\n", k + 1, mallinfo2().uordblks);
+    }
+}
+
+std::string frameFile(const std::string& dir, const char* kind, size_t i) {
+    return dir + "/" + kind + std::to_string(i) + ".png";
+}
+
+std::vector<cv::Mat> loadFrames(const std::string& dir, const char* kind) {
+    std::vector<cv::Mat> out;
+    for (size_t i = 0;; ++i) {
+        cv::Mat f = cv::imread(frameFile(dir, kind, i), cv::IMREAD_GRAYSCALE);
+        if (f.empty()) return out;
+        out.push_back(f);
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     const qbbench::SingleThread single;
+    if (argc == 4 && std::strcmp(argv[1], "--stream") == 0) {
+        const std::vector<cv::Mat> empty = loadFrames(argv[3], "empty"),
+                                   nominal = loadFrames(argv[3], "nominal");
+        if (empty.empty() || nominal.empty()) return 1;
+        qbcode::Reader reader(qbcode::ReaderOptions::fromFile(QBCODE_DEFAULT_PARAMS));
+        stream(reader, empty, nominal, std::max(10L, std::atol(argv[2])));
+        // No teardown: the heap's last snapshots stay those between reads.
+        std::fflush(stdout);
+        std::_Exit(0);
+    }
     const qbbench::StreamFrames frames = qbbench::streamFrames();
     const std::vector<cv::Mat>&nominal = frames.nominal, &empty = frames.empty;
     const cv::Mat& three = frames.three;
+    if (argc == 3 && std::strcmp(argv[1], "--write-frames") == 0) {
+        bool ok = true;
+        for (size_t i = 0; i < empty.size(); ++i)
+            ok = ok && cv::imwrite(frameFile(argv[2], "empty", i), empty[i]);
+        for (size_t i = 0; i < nominal.size(); ++i)
+            ok = ok && cv::imwrite(frameFile(argv[2], "nominal", i), nominal[i]);
+        return ok ? 0 : 1;
+    }
     qbcode::Reader reader(qbcode::ReaderOptions::fromFile(QBCODE_DEFAULT_PARAMS));
 
     if (argc == 3 && std::strcmp(argv[1], "--stream") == 0) {
-        const long frames = std::max(10L, std::atol(argv[2]));
-        for (long k = 0; k < frames; ++k) {
-            const std::vector<cv::Mat>& set = k % 2 ? nominal : empty;
-            reader.read(qbbench::viewOf(set[static_cast<size_t>(k / 2) % set.size()]));
-            if ((k + 1) % (frames / 10) == 0)
-                std::printf("frame %ld: heap in use %zu bytes\n", k + 1, mallinfo2().uordblks);
-        }
+        stream(reader, empty, nominal, std::max(10L, std::atol(argv[2])));
         return 0;
     }
 

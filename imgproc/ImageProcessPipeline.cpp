@@ -86,6 +86,7 @@ int ImageProcessPipeline::process(cv::Mat& input, cv::Mat& processed, cv::Mat& b
     dnImg.copyTo(smoothImg);
     noiseRemover.imopen(smoothImg, smoothImg);
     if (smoothImg.empty()) return -100;
+    if (!writeImg) dnImg.release();  // only written later; the filters below need the room
     const clock_t t2 = clock();
     if (showImg) {
         debugShow("denoised img", smoothImg, 0);
@@ -103,7 +104,8 @@ int ImageProcessPipeline::process(cv::Mat& input, cv::Mat& processed, cv::Mat& b
     if (showImg) debugShow("Hessian img", hessianImg, 0);
 
     logFilter.setSigma(LogScale);
-    r = logFilter.process(hessianImg, logImg);
+    // Unless it is written later, the Hessian's buffer takes the LoG's last pass.
+    r = logFilter.process(hessianImg, logImg, !writeImg);
     if (showImg) debugShow("Log img", logImg, 0);
     if (r < 0) return -130;
     const clock_t t4 = clock();

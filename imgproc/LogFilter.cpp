@@ -12,8 +12,9 @@ namespace {
 // the DFT-backed filter.
 const float kMaxRoundedSigma = 170.0f;
 
-// out = max(out, (a + b) * scale), in one pass and in the order of the separate operations.
-void keepStrongest(const cv::Mat& a, const cv::Mat& b, float scale, cv::Mat& out) {
+// out = max(out, (a + b) * scale), in one pass and in the order of the separate operations;
+// with `fresh` out is taken as zeros (out may then be a or b).
+void keepStrongest(const cv::Mat& a, const cv::Mat& b, float scale, cv::Mat& out, bool fresh) {
     const float* pa = a.ptr<float>();
     const float* pb = b.ptr<float>();
     float* po = out.ptr<float>();
@@ -21,12 +22,12 @@ void keepStrongest(const cv::Mat& a, const cv::Mat& b, float scale, cv::Mat& out
     int i = 0;
     // 32-bit ARM NEON flushes denormals, unlike its scalar unit: lanes only elsewhere.
 #if CV_SIMD && (!defined(__arm__) || defined(__aarch64__))
-    const cv::v_float32 s = cv::vx_setall_f32(scale);
+    const cv::v_float32 s = cv::vx_setall_f32(scale), zero = cv::vx_setzero_f32();
     for (; i + cv::v_float32::nlanes <= n; i += cv::v_float32::nlanes)
-        cv::v_store(po + i, cv::v_max(cv::vx_load(po + i),
+        cv::v_store(po + i, cv::v_max(fresh ? zero : cv::vx_load(po + i),
                                       (cv::vx_load(pa + i) + cv::vx_load(pb + i)) * s));
 #endif
-    for (; i < n; ++i) po[i] = std::max(po[i], (pa[i] + pb[i]) * scale);
+    for (; i < n; ++i) po[i] = std::max(fresh ? 0.0f : po[i], (pa[i] + pb[i]) * scale);
 }
 
 }  // namespace
@@ -76,6 +77,10 @@ void LogFilter::createLoGKernel(cv::Mat& kernel, float sigma) {
 }
 
 int LogFilter::process(cv::Mat& src, cv::Mat& dst) {
+    return process(src, dst, false);
+}
+
+int LogFilter::process(cv::Mat& src, cv::Mat& dst, bool reuseSrc) {
     if (src.empty()) return -100;
     const int depth = src.depth();
     const bool filterable =
@@ -87,8 +92,10 @@ int LogFilter::process(cv::Mat& src, cv::Mat& dst) {
         createLoGKernel(kernels[i], sigma[i]);
         if (kernels[i].empty()) return -100;
     }
-    // Built apart from dst so that src and dst may be the same matrix.
-    cv::Mat out = cv::Mat::zeros(src.size(), src.type());
+    // Built apart from dst so that src and dst may be the same matrix. The separable passes
+    // keep at most three images of the frame's size alive with reuseSrc, four without: the
+    // first scale's sum becomes the output, the last scale's second pass runs in place.
+    cv::Mat out;
     cv::Mat R, second;
     for (size_t i = 0; i < sigma.size(); ++i) {
         cv::Mat ax, gx;
@@ -96,15 +103,27 @@ int LogFilter::process(cv::Mat& src, cv::Mat& dst) {
             // a(x)g(y) + g(x)a(y): two separable passes cost far less than the dense kernel,
             // which OpenCV filters through the DFT at these sizes.
             cv::sepFilter2D(src, R, -1, ax, gx, cv::Point(-1, -1), 0, cv::BORDER_DEFAULT);
-            cv::sepFilter2D(src, second, -1, gx, ax, cv::Point(-1, -1), 0, cv::BORDER_DEFAULT);
-            keepStrongest(R, second, sigma[i] * sigma[i], out);
+            const bool inPlace = reuseSrc && i + 1 == sigma.size() && src.u != nullptr &&
+                                 src.u->refcount == 1 && src.isContinuous();
+            cv::Mat& term = inPlace ? src : second;
+            cv::sepFilter2D(src, term, -1, gx, ax, cv::Point(-1, -1), 0, cv::BORDER_DEFAULT);
+            const float scale = sigma[i] * sigma[i];
+            if (out.empty()) {
+                keepStrongest(R, term, scale, R, true);
+                out = R;
+                R = cv::Mat();
+            } else {
+                keepStrongest(R, term, scale, out, false);
+            }
+            second.release();
             continue;
-        } else {
-            cv::filter2D(src, R, -1, kernels[i], cv::Point(-1, -1), 0, cv::BORDER_DEFAULT);
         }
+        if (out.empty()) out = cv::Mat::zeros(src.size(), src.type());
+        cv::filter2D(src, R, -1, kernels[i], cv::Point(-1, -1), 0, cv::BORDER_DEFAULT);
         R = R * (sigma[i] * sigma[i]);
         cv::max(out, R, out);
     }
+    if (out.empty()) out = cv::Mat::zeros(src.size(), src.type());
     dst = out;
     return 0;
 }

@@ -21,6 +21,9 @@ public:
     static bool separableTerms(float sigma, cv::Mat& a, cv::Mat& g);
     // 0, or -100 for an empty or unfilterable src or a sigma without a kernel.
     int process(cv::Mat& src, cv::Mat& dst);
+    // The same; with reuseSrc the last pass may write into src's buffer (when nothing else
+    // holds it), whose contents are then undefined: one image of the frame's size less.
+    int process(cv::Mat& src, cv::Mat& dst, bool reuseSrc);
 
 private:
     std::vector<float> sigma{3.0f};

@@ -16,6 +16,14 @@ const double kLowestRatio = 0.2;
 // Read every cluster: beyond this many, the rest of a frame is texture.
 const int kMaxRanks = 64;
 
+// A view that is done with keeps its status and timings; its images go before the next view
+// is prepared, so that a frame never holds two views' images at once.
+void dropImages(FrameView& view) {
+    view.pre.input.release();
+    view.pre.processed.release();
+    view.pre.binary.release();
+}
+
 struct Try {
     bool dark;
     double ratio;
@@ -58,6 +66,10 @@ public:
 
     const FrameView& at(size_t k) {
         if (!views[k]) {
+            // The candidates' reader never goes back to an earlier view; the original one
+            // reads every view again for each cluster rank.
+            for (size_t j = 0; j < k && plan.detection; ++j)
+                if (views[j]) dropImages(*views[j]);
             views[k] = std::make_unique<FrameView>(make(k));
             ++count;
         }
@@ -98,6 +110,7 @@ private:
         for (size_t j = k; j < tries.size(); ++j)
             if (tries[j].ratio == plan.ratio && (!plan.detection || tries[j].dark == tries[k].dark))
                 tries[j].ratio = to;
+        dropImages(view);
         return prepare(tries[k]);
     }
 

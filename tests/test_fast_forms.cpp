@@ -1,6 +1,6 @@
 // The fast forms of the stages against their direct computation on small inputs: the separable
-// LoG, the stamped (and windowed) centre search, the projection cut to the non-zero shape, and
-// the clustering's density rows in vector lanes.
+// LoG (and its buffer-reusing form), the stamped (and windowed) centre search, the projection cut
+// to the non-zero shape, and the clustering's density rows in vector lanes.
 #include <algorithm>
 #include <vector>
 
@@ -59,6 +59,23 @@ INSTANTIATE_TEST_SUITE_P(Sigmas, SeparableLoG,
                              return testsupport::label("sigma_%g_%dx%d", i.param.sigma,
                                                        i.param.size.width, i.param.size.height);
                          });
+
+// Reusing the source's buffer for the last pass changes no bit, whatever the scales: one,
+// several, and one (rounded to 0) that only the dense kernel takes.
+TEST(SeparableLoG, ReusingTheSourceGivesTheSameBits) {
+    cv::Mat src;
+    blobs({96, 72}, 30, 9).convertTo(src, CV_32F);
+    for (const std::vector<float>& scales :
+         {std::vector<float>{2.0f}, {2.0f, 3.0f}, {3.0f, 1.0f, 2.0f}, {0.3f, 2.0f}}) {
+        LogFilter filter;
+        filter.setSigma(scales);
+        cv::Mat kept = src.clone(), reused = src.clone(), a, b;
+        ASSERT_EQ(filter.process(kept, a), 0);
+        ASSERT_EQ(filter.process(reused, b, true), 0);
+        EXPECT_EQ(cv::norm(kept, src, cv::NORM_INF), 0.0) << "the plain form keeps its source";
+        EXPECT_EQ(cv::norm(a, b, cv::NORM_INF), 0.0) << scales.size() << " scales";
+    }
+}
 
 struct StampCase {
     int dotSide;  // side of the square dot before the blur
