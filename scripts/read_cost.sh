@@ -29,7 +29,7 @@ cat "$out/table"
 # reads (the tool ends without a teardown).
 mkdir "$out/frames"
 "$tool" --write-frames "$out/frames" >/dev/null 2>&1
-valgrind --tool=massif --peak-inaccuracy=0 --massif-out-file="$out/massif" "$tool" \
+valgrind --tool=massif --peak-inaccuracy=0 --max-snapshots=1000 --massif-out-file="$out/massif" "$tool" \
     --stream 96 "$out/frames" >/dev/null 2>&1
 awk -F= '/^mem_heap_B=/ {h[++n] = $2} END {
     top = 1

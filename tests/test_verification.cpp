@@ -132,7 +132,7 @@ INSTANTIATE_TEST_SUITE_P(
 namespace {
 
 // What lies on the code, drawn over a clean print of it.
-enum class Over { Nothing, Gradient, ShadowEdge, GreyOnADot, DarkOnADot, SpeckOnAGap };
+enum class Over { Nothing, Gradient, ShadowEdge, Highlight, GreyOnADot, DarkOnADot, SpeckOnAGap };
 
 struct LevelCase {
     const char* name;
@@ -186,6 +186,18 @@ TEST_P(Confidence, FlagsWhatIsNeitherDotNorBackground) {
             f.convertTo(in.grey, CV_8U);
             break;
         }
+        case Over::Highlight: {
+            // A glossy print's soft highlight two spacings off the centre: light added to dots
+            // and paper alike, a bump that bends within a plane's reach.
+            cv::Mat light = cv::Mat::zeros(in.grey.size(), CV_32F), f;
+            cv::circle(light, cv::Point(kCentre) + cv::Point(2 * kSpacing, 0),
+                       static_cast<int>(1.5 * kSpacing), cv::Scalar(130), cv::FILLED);
+            cv::GaussianBlur(light, light, cv::Size(), 1.5 * kSpacing);
+            in.grey.convertTo(f, CV_32F);
+            f += light;
+            f.convertTo(in.grey, CV_8U);
+            break;
+        }
         case Over::GreyOnADot:
             cv::circle(in.grey, at, static_cast<int>(0.45 * kSpacing), cv::Scalar(125), cv::FILLED);
             in.bits[dot] = 0;
@@ -224,6 +236,8 @@ INSTANTIATE_TEST_SUITE_P(
                       LevelCase{"LightFallingOff", Over::Gradient, 0},
                       LevelCase{"ShadowEdge", Over::ShadowEdge, 1},
                       LevelCase{"ShadowEdgeFollowed", Over::ShadowEdge, 0, 3},
+                      LevelCase{"Highlight", Over::Highlight, 1},
+                      LevelCase{"HighlightFollowed", Over::Highlight, 0, 3},
                       LevelCase{"GreyObjectOnADot", Over::GreyOnADot, -516},
                       LevelCase{"GreyObjectWhereLightIsFollowed", Over::GreyOnADot, -516, 3},
                       LevelCase{"DarkObjectOverADot", Over::DarkOnADot, 1},

@@ -48,6 +48,29 @@ double discLevel(const cv::Mat& grey, cv::Point2d p, double radius, bool median)
     return 255;
 }
 
+// Gaussian elimination with partial pivoting of the n x (n + 1) system a, in this file's own
+// arithmetic so that every platform fits the same surface; false when it is singular.
+bool solve(double a[6][7], int n, double* x) {
+    for (int c = 0; c < n; ++c) {
+        int pivot = c;
+        for (int r = c + 1; r < n; ++r)
+            if (std::fabs(a[r][c]) > std::fabs(a[pivot][c])) pivot = r;
+        if (!(std::fabs(a[pivot][c]) > 1e-9)) return false;
+        if (pivot != c)
+            for (int k = 0; k <= n; ++k) std::swap(a[c][k], a[pivot][k]);
+        for (int r = c + 1; r < n; ++r) {
+            const double f = a[r][c] / a[c][c];
+            for (int k = c; k <= n; ++k) a[r][k] -= f * a[c][k];
+        }
+    }
+    for (int r = n - 1; r >= 0; --r) {
+        double sum = a[r][n];
+        for (int k = r + 1; k < n; ++k) sum -= a[r][k] * x[k];
+        x[r] = sum / a[r][r];
+    }
+    return true;
+}
+
 double median(std::vector<double>& v) {
     if (v.empty()) return -1.0;
     const size_t mid = v.size() / 2;
@@ -132,8 +155,8 @@ Output measure(const Input& in) {
         if (o.level >= 0.0) ofKind[o.kind].push_back(&o);
     std::vector<std::pair<double, double>> byDistance;  // (squared distance, level)
     std::vector<double> near;
-    // The plane of a kind's levels about p, where every sample within reach lies on it: an
-    // object on the code breaks the plane where it covers a sample, and the median decides.
+    // The smooth surface of a kind's levels about p, where every sample within reach lies on it:
+    // an object on the code breaks the surface where it covers a sample, and the median decides.
     std::vector<const Sample*> within;
     double codeContrast = 0.0;
     if (in.smoothLight > 0.0 && !ofKind[0].empty() && !ofKind[1].empty()) {
@@ -149,29 +172,37 @@ Output measure(const Input& in) {
         for (const Sample* o : ofKind[kind])
             if (dist2(o->at, p) <= planeReach2) within.push_back(o);
         if (within.size() < 9) return false;
-        cv::Matx33d normal = cv::Matx33d::zeros();
-        cv::Vec3d rhs(0, 0, 0);
-        for (const Sample* o : within) {
-            const cv::Vec3d v(1.0, (o->at.x - p.x) / s, (o->at.y - p.y) / s);
-            normal += v * v.t();
-            rhs += v * o->level;
+        auto basis = [&](const Sample* o, double* v) {
+            const double x = (o->at.x - p.x) / s, y = (o->at.y - p.y) / s;
+            v[0] = 1.0, v[1] = x, v[2] = y, v[3] = x * x, v[4] = x * y, v[5] = y * y;
+        };
+        double v[6];
+        // A plane, then where the light bends within reach (a highlight, a shadow's soft edge)
+        // and enough samples hold the bend, a quadratic surface: every sample on it either way.
+        for (const int terms : {3, 6}) {
+            if (terms == 6 && within.size() < 15) return false;
+            double a[6][7] = {};
+            for (const Sample* o : within) {
+                basis(o, v);
+                for (int r = 0; r < terms; ++r) {
+                    for (int c = 0; c < terms; ++c) a[r][c] += v[r] * v[c];
+                    a[r][terms] += v[r] * o->level;
+                }
+            }
+            double coef[6];
+            if (!solve(a, terms, coef)) continue;
+            bool on = true;
+            for (const Sample* o : within) {
+                basis(o, v);
+                double fit = 0.0;
+                for (int r = 0; r < terms; ++r) fit += coef[r] * v[r];
+                on = on && std::fabs(o->level - fit) <= 0.15 * codeContrast;
+            }
+            if (!on) continue;
+            level = coef[0];
+            return true;
         }
-        // Cramer's rule in this file's arithmetic: the same plane on every platform.
-        const double det = cv::determinant(normal);
-        if (!(std::fabs(det) > 1e-9)) return false;
-        cv::Vec3d plane;
-        for (int c = 0; c < 3; ++c) {
-            cv::Matx33d m = normal;
-            for (int r = 0; r < 3; ++r) m(r, c) = rhs[r];
-            plane[c] = cv::determinant(m) / det;
-        }
-        for (const Sample* o : within) {
-            const double fit =
-                plane[0] + plane[1] * (o->at.x - p.x) / s + plane[2] * (o->at.y - p.y) / s;
-            if (std::fabs(o->level - fit) > 0.15 * codeContrast) return false;
-        }
-        level = plane[0];
-        return true;
+        return false;
     };
     // The seven nearest and every one within reach: those within reach alone when they are seven
     // or more, else the seven nearest (ties by level, so the set does not depend on the order).
