@@ -166,7 +166,7 @@ Output measure(const Input& in) {
         codeContrast = median(dot) - median(ground);
     }
     const double planeReach2 = in.smoothLight * in.smoothLight * s * s;
-    auto onPlane = [&](cv::Point2d p, int kind, double& level) {
+    auto onSurface = [&](cv::Point2d p, int kind, double& level) {
         if (kind > 1 || !(codeContrast > 8.0)) return false;
         within.clear();
         for (const Sample* o : ofKind[kind])
@@ -208,7 +208,7 @@ Output measure(const Input& in) {
     // or more, else the seven nearest (ties by level, so the set does not depend on the order).
     auto levelNear = [&](cv::Point2d p, int kind) {
         double level = 0.0;
-        if (in.smoothLight > 0.0 && onPlane(p, kind, level)) return level;
+        if (in.smoothLight > 0.0 && onSurface(p, kind, level)) return level;
         near.clear();
         for (const Sample* o : ofKind[kind])
             if (dist2(o->at, p) <= reach2) near.push_back(o->level);
