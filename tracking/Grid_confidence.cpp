@@ -206,9 +206,11 @@ Output measure(const Input& in) {
     };
     // The seven nearest and every one within reach: those within reach alone when they are seven
     // or more, else the seven nearest (ties by level, so the set does not depend on the order).
+    bool smooth = false;  // whether the last levelNear came from a surface
     auto levelNear = [&](cv::Point2d p, int kind) {
         double level = 0.0;
-        if (in.smoothLight > 0.0 && onSurface(p, kind, level)) return level;
+        smooth = in.smoothLight > 0.0 && onSurface(p, kind, level);
+        if (smooth) return level;
         near.clear();
         for (const Sample* o : ofKind[kind])
             if (dist2(o->at, p) <= reach2) near.push_back(o->level);
@@ -225,31 +227,62 @@ Output measure(const Input& in) {
     };
     const size_t total = samples.size();
     std::vector<double> expected(total), contrast(total), residual[3];
+    std::vector<double> groundAt(total);
+    std::vector<bool> smoothAt(total);
     for (size_t k = 0; k < total; ++k) {
         const Sample& o = samples[k];
-        const double dots = levelNear(o.at, 1), ground = levelNear(o.at, 0);
+        const double dots = levelNear(o.at, 1);
+        const bool smoothDots = smooth;
+        const double ground = levelNear(o.at, 0);
+        smoothAt[k] = smoothDots && smooth;
         expected[k] = o.kind == 1 ? dots : o.kind == 0 ? ground : levelNear(o.at, o.kind);
         contrast[k] = dots - ground;
-        if (o.level >= 0.0 && expected[k] >= 0.0)
-            residual[std::min(o.kind, 2)].push_back(std::fabs(o.level - expected[k]));
+        groundAt[k] = ground;
     }
+    // Under smooth light a gap also lies where its kind lies between the background and the
+    // dots around it: the light moves gaps as it moves the background (a highlight, a shadow's
+    // edge). Only where both lie on their surfaces, and as a second level the gap may match: an
+    // object breaks the surfaces, and the gaps' own median tells it apart as before. The spread
+    // stays that of the medians.
+    std::vector<double> alternative(total, -1.0);
+    if (in.smoothLight > 0.0) {
+        for (int kind = 2; kind < 6; ++kind) {
+            std::vector<double> share;
+            for (size_t k = 0; k < total; ++k)
+                if (samples[k].kind == kind && samples[k].level >= 0.0 && contrast[k] > 4.0)
+                    share.push_back((samples[k].level - groundAt[k]) / contrast[k]);
+            if (share.size() < 7) continue;
+            const double f = median(share);
+            for (size_t k = 0; k < total; ++k)
+                if (samples[k].kind == kind && contrast[k] > 4.0 && smoothAt[k])
+                    alternative[k] = groundAt[k] + f * contrast[k];
+        }
+    }
+    for (size_t k = 0; k < total; ++k)
+        if (samples[k].level >= 0.0 && expected[k] >= 0.0)
+            residual[std::min(samples[k].kind, 2)].push_back(
+                std::fabs(samples[k].level - expected[k]));
     // How far samples of a kind stray from their level over the whole code: noise, texture and
     // print. One that strays several times further is something else.
     double spread[3];
     for (int g = 0; g < 3; ++g) spread[g] = 1.4826 * std::max(0.0, median(residual[g]));
     // 1 at the expected level, 0 five spreads away (at least 8 %, at most half of the contrast),
     // -1 twice that. No contrast, no confidence.
-    auto sure = [&](size_t k) {
+    auto sureOf = [&](size_t k, double level) {
         const Sample& o = samples[k];
         const double c = contrast[k];
-        if (o.level < 0.0 || expected[k] < 0.0 || !(c > 4.0)) return 0.0;
+        if (o.level < 0.0 || level < 0.0 || !(c > 4.0)) return 0.0;
         // Gaps sit close to the dots' blur: their floor is higher. Beyond the level of its kind,
         // away from the other (darker than the background, brighter than the dots), nothing of
         // the print can take a sample: the floor is lower. A few grey levels always.
-        const bool beyond = o.kind == 1 ? o.level > expected[k] : o.level < expected[k];
+        const bool beyond = o.kind == 1 ? o.level > level : o.level < level;
         const double floor = std::max(3.0, (beyond ? 0.04 : o.kind >= 2 ? 0.12 : 0.08) * c);
         const double tolerance = std::clamp(5.0 * spread[std::min(o.kind, 2)], floor, 0.5 * c);
-        return std::clamp(1.0 - std::fabs(o.level - expected[k]) / tolerance, -1.0, 1.0);
+        return std::clamp(1.0 - std::fabs(o.level - level) / tolerance, -1.0, 1.0);
+    };
+    auto sure = [&](size_t k) {
+        const double c = sureOf(k, expected[k]);
+        return alternative[k] < 0.0 ? c : std::max(c, sureOf(k, alternative[k]));
     };
 
     out.positions.assign(static_cast<size_t>(n), 0.0);
