@@ -206,11 +206,12 @@ Output measure(const Input& in) {
     };
     // The seven nearest and every one within reach: those within reach alone when they are seven
     // or more, else the seven nearest (ties by level, so the set does not depend on the order).
-    bool smooth = false;  // whether the last levelNear came from a surface
-    auto levelNear = [&](cv::Point2d p, int kind) {
+    // smooth, when given, tells whether the level came from a surface.
+    auto levelNear = [&](cv::Point2d p, int kind, bool* smooth = nullptr) {
         double level = 0.0;
-        smooth = in.smoothLight > 0.0 && onSurface(p, kind, level);
-        if (smooth) return level;
+        const bool onIt = in.smoothLight > 0.0 && onSurface(p, kind, level);
+        if (smooth != nullptr) *smooth = onIt;
+        if (onIt) return level;
         near.clear();
         for (const Sample* o : ofKind[kind])
             if (dist2(o->at, p) <= reach2) near.push_back(o->level);
@@ -231,10 +232,10 @@ Output measure(const Input& in) {
     std::vector<bool> smoothAt(total);
     for (size_t k = 0; k < total; ++k) {
         const Sample& o = samples[k];
-        const double dots = levelNear(o.at, 1);
-        const bool smoothDots = smooth;
-        const double ground = levelNear(o.at, 0);
-        smoothAt[k] = smoothDots && smooth;
+        bool smoothDots = false, smoothGround = false;
+        const double dots = levelNear(o.at, 1, &smoothDots),
+                     ground = levelNear(o.at, 0, &smoothGround);
+        smoothAt[k] = smoothDots && smoothGround;
         expected[k] = o.kind == 1 ? dots : o.kind == 0 ? ground : levelNear(o.at, o.kind);
         contrast[k] = dots - ground;
         groundAt[k] = ground;

@@ -16,8 +16,9 @@ struct Input {
     std::vector<cv::Point2d> points;  // positions (x, y) in grey's pixels, bit order
     std::vector<int> bits;
     double spacing = 0.0;  // in grey's pixels
-    // Where the positions (or the background) within this many spacings lie on one plane of
-    // grey levels, within 15 % of the code's contrast, its level is the one expected: a shadow's
+    // Where the positions (or the background) within this many spacings lie on one plane, or a
+    // quadratic surface, of grey levels within 15 % of the code's contrast, its level is the one
+    // expected, and the gaps there may also take their kind's share of the contrast: a shadow's
     // edge or a highlight moves them along a slope the median nearby cannot follow. 0: medians.
     double smoothLight = 0.0;
 };
