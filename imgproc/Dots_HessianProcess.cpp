@@ -90,11 +90,26 @@ int dotScoreRow(const float* up, const float* mid, const float* down, float* out
 }  // namespace
 
 int Dots_HessianProcess::process(cv::Mat& src, cv::Mat& dst) {
+    cv::Mat blur;
+    return run(src, dst, blur, false);
+}
+
+int Dots_HessianProcess::process(cv::Mat& src, cv::Mat& dst, cv::Mat& blur) {
+    return run(src, dst, blur, true);
+}
+
+int Dots_HessianProcess::run(cv::Mat& src, cv::Mat& dst, cv::Mat& S, bool kept) {
     if (src.empty() || src.dims > 2 || src.channels() != 1) return -100;
     if (src.type() != CV_32FC1) src.convertTo(src, CV_32F, 1, 0);
     if (std::min(src.rows, src.cols) < 50) return -112;
 
-    dst = cv::Mat::zeros(src.size(), CV_32FC1);
+    if (kept && dst.datastart != src.datastart && S.datastart != dst.datastart) {
+        dst.create(src.size(), CV_32FC1);
+        dst.setTo(0);
+    } else {
+        dst = cv::Mat::zeros(src.size(), CV_32FC1);
+    }
+    if (S.datastart == src.datastart) S.release();
     for (const float sigma : scales) {
         if (!(sigma > 0.0f)) return -122;
         const float reach = kernelFactor * sigma + 1.0f;
@@ -110,7 +125,6 @@ int Dots_HessianProcess::process(cv::Mat& src, cv::Mat& dst) {
         for (int i = -r; i <= r; ++i)
             row.at<float>(0, i + r) = norm * std::exp(-static_cast<float>(i * i) / twoSigma2);
         const cv::Mat col = row.t();
-        cv::Mat S;
         cv::sepFilter2D(src, S, CV_32F, row, col, cv::Point(-1, -1), 0, cv::BORDER_DEFAULT);
 
         const float weight = sigma * sigma;

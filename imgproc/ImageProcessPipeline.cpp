@@ -93,19 +93,32 @@ int ImageProcessPipeline::process(cv::Mat& input, cv::Mat& processed, cv::Mat& b
         std::cout << "denoise... " << std::endl;
     }
 
+    // The float images go into the reader's buffers unless they are written out later.
+    Buffers* kept = writeImg ? nullptr : buffers;
     hessianProc.setScale(HessianScale);
-    r = hessianProc.process(smoothImg, hessianImg);
+    if (kept != nullptr) {
+        smoothImg.convertTo(kept->smooth, CV_32F);
+        smoothImg.release();
+        r = hessianProc.process(kept->smooth, kept->response, kept->blur);
+        hessianImg = kept->response;
+    } else {
+        r = hessianProc.process(smoothImg, hessianImg);
+        if (!writeImg) smoothImg.release();  // only written later
+    }
     if (r < 0) return r;
     clear_inf(hessianImg);
-    // The Hessian left smoothImg in float; it is only written later, and freeing it lowers the
-    // peak of the LoG that follows.
-    if (!writeImg) smoothImg.release();
     const clock_t t3 = clock();
     if (showImg) debugShow("Hessian img", hessianImg, 0);
 
     logFilter.setSigma(LogScale);
-    // Unless it is written later, the Hessian's buffer takes the LoG's last pass.
-    r = logFilter.process(hessianImg, logImg, !writeImg);
+    if (kept != nullptr) {
+        // The smoothed image and the blur are done with: they take the LoG's passes.
+        hessianImg.release();
+        r = logFilter.process(kept->response, kept->smooth, kept->blur);
+        logImg = kept->smooth;
+    } else {
+        r = logFilter.process(hessianImg, logImg);
+    }
     if (showImg) debugShow("Log img", logImg, 0);
     if (r < 0) return -130;
     const clock_t t4 = clock();

@@ -33,6 +33,13 @@ public:
     int process(cv::Mat& input, cv::Mat& processed, cv::Mat& binary,
                 std::vector<cv::Point2f>& centroids, double ratio);
 
+    // The chain's float images, kept by a reader between frames: a fresh image of a frame's
+    // size is mapped anew and costs a page fault per 4 KB.
+    struct Buffers {
+        cv::Mat smooth, response, blur;
+    };
+    Buffers* buffers = nullptr;  // none: every image is the chain's own
+
     Dots_HessianProcess hessianProc;
     NoiseRemover noiseRemover;
     LogFilter logFilter;

@@ -77,10 +77,15 @@ void LogFilter::createLoGKernel(cv::Mat& kernel, float sigma) {
 }
 
 int LogFilter::process(cv::Mat& src, cv::Mat& dst) {
-    return process(src, dst, false);
+    cv::Mat pass;
+    return run(src, dst, pass, false);
 }
 
-int LogFilter::process(cv::Mat& src, cv::Mat& dst, bool reuseSrc) {
+int LogFilter::process(cv::Mat& src, cv::Mat& dst, cv::Mat& pass) {
+    return run(src, dst, pass, true);
+}
+
+int LogFilter::run(cv::Mat& src, cv::Mat& dst, cv::Mat& pass, bool kept) {
     if (src.empty()) return -100;
     const int depth = src.depth();
     const bool filterable =
@@ -92,28 +97,31 @@ int LogFilter::process(cv::Mat& src, cv::Mat& dst, bool reuseSrc) {
         createLoGKernel(kernels[i], sigma[i]);
         if (kernels[i].empty()) return -100;
     }
-    // Built apart from dst so that src and dst may be the same matrix. The separable passes
-    // keep at most three images of the frame's size alive with reuseSrc, four without: the
-    // first scale's sum becomes the output, the last scale's second pass runs in place.
-    cv::Mat out;
-    cv::Mat R, second;
+    // The sums walk whole continuous images: kept ones that are not, or that are src, go.
+    if (kept)
+        for (cv::Mat* m : {&dst, &pass})
+            if (!m->isContinuous() || m->datastart == src.datastart) m->release();
+    // Built apart from dst so that src and dst may be the same matrix (kept images are not).
+    cv::Mat out, R, second;
     for (size_t i = 0; i < sigma.size(); ++i) {
         cv::Mat ax, gx;
         if (src.depth() == CV_32F && separableTerms(sigma[i], ax, gx)) {
             // a(x)g(y) + g(x)a(y): two separable passes cost far less than the dense kernel,
-            // which OpenCV filters through the DFT at these sizes.
-            cv::sepFilter2D(src, R, -1, ax, gx, cv::Point(-1, -1), 0, cv::BORDER_DEFAULT);
-            const bool inPlace = reuseSrc && i + 1 == sigma.size() && src.u != nullptr &&
-                                 src.u->refcount == 1 && src.isContinuous();
-            cv::Mat& term = inPlace ? src : second;
-            cv::sepFilter2D(src, term, -1, gx, ax, cv::Point(-1, -1), 0, cv::BORDER_DEFAULT);
+            // which OpenCV filters through the DFT at these sizes. With kept images the first
+            // scale sums into dst, later first passes go to `pass`, and the last scale's second
+            // pass into src itself: three images of the frame's size in all.
+            const bool first = out.empty(), last = i + 1 == sigma.size();
+            cv::Mat& a = kept ? (first ? dst : pass) : R;
+            cv::Mat& b = kept ? (last ? src : first ? pass : second) : second;
+            cv::sepFilter2D(src, a, -1, ax, gx, cv::Point(-1, -1), 0, cv::BORDER_DEFAULT);
+            cv::sepFilter2D(src, b, -1, gx, ax, cv::Point(-1, -1), 0, cv::BORDER_DEFAULT);
             const float scale = sigma[i] * sigma[i];
-            if (out.empty()) {
-                keepStrongest(R, term, scale, R, true);
-                out = R;
+            if (first) {
+                keepStrongest(a, b, scale, a, true);
+                out = a;
                 R = cv::Mat();
             } else {
-                keepStrongest(R, term, scale, out, false);
+                keepStrongest(a, b, scale, out, false);
             }
             second.release();
             continue;

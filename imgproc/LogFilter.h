@@ -21,11 +21,13 @@ public:
     static bool separableTerms(float sigma, cv::Mat& a, cv::Mat& g);
     // 0, or -100 for an empty or unfilterable src or a sigma without a kernel.
     int process(cv::Mat& src, cv::Mat& dst);
-    // The same; with reuseSrc the last pass may write into src's buffer (when nothing else
-    // holds it), whose contents are then undefined: one image of the frame's size less.
-    int process(cv::Mat& src, cv::Mat& dst, bool reuseSrc);
+    // The same into images a reader keeps between frames (a fresh image of a frame's size costs
+    // a page fault per 4 KB): dst and pass are written in place unless they share src's data,
+    // and src takes the last pass, its contents then undefined.
+    int process(cv::Mat& src, cv::Mat& dst, cv::Mat& pass);
 
 private:
+    int run(cv::Mat& src, cv::Mat& dst, cv::Mat& pass, bool kept);
     std::vector<float> sigma{3.0f};
 };
 

@@ -145,13 +145,18 @@ FrameView AlgPipeline::prepare(const cv::Mat& image, bool dark, double ratio,
     view.crop = crop.tl();
     // Into a buffer of its own: the caller's image is read-only and may be shared by threads.
     cv::Mat input;
-    if (dark && !part.empty())
-        cv::bitwise_not(part, input);
-    else
+    if (dark && !part.empty()) {
+        // The inverted frame too is kept, unless a view still holds it.
+        if (invertedFrame.u != nullptr && invertedFrame.u->refcount > 1) invertedFrame.release();
+        cv::bitwise_not(part, invertedFrame);
+        input = invertedFrame;
+    } else {
         input = part;
+    }
     DebugSink sink(*para, imgName, writer);
     preprocess = std::make_unique<ImageProcessPipeline>(para.get());
     preprocess->imgName = imgName;
+    preprocess->buffers = &prepBuffers;
     view.pre = stages::preprocess(*preprocess, input, ratio);
     view.status = view.pre.status;
     if (view.status < 0) {

@@ -9,6 +9,7 @@
 #include <opencv2/core.hpp>
 
 #include "FrameChain.h"
+#include "ImageProcessPipeline.h"
 #include "Stages.h"
 #include "SystemPara.h"
 #include "qbcode_reader.hpp"
@@ -18,7 +19,6 @@
 QBCODE_VISIBLE_BEGIN
 
 class DebugSink;
-class ImageProcessPipeline;
 struct ReadPlan;
 class ImageRotation;
 class startPoint_cal;
@@ -107,6 +107,9 @@ public:
     int dotsNum = 1;
     std::unique_ptr<SystemPara> para;
     std::unique_ptr<ImageProcessPipeline> preprocess;
+    // Kept between the views and frames of a reader.
+    ImageProcessPipeline::Buffers prepBuffers;
+    cv::Mat invertedFrame;
     std::unique_ptr<ImageRotation> rotation;
     std::unique_ptr<startPoint_cal> startPoint;
     std::unique_ptr<WriteData> writer;

@@ -57,6 +57,14 @@ TEST(HessianResponse, FastPathEqualsLiteralShiftsBitForBit) {
         h.resetBoundaryPixels(want);
         EXPECT_EQ(cv::norm(dst, want, cv::NORM_INF), 0) << size;
         EXPECT_GT(cv::countNonZero(dst), 0);
+        // Images kept from a frame of another size, or of this one, change nothing.
+        cv::Mat kept, blur;
+        for (const cv::Mat& before : {randomImage(80, 90, CV_32F, 3), want.clone()}) {
+            cv::Mat earlier = before.clone(), input = blurred.clone();
+            ASSERT_EQ(h.process(earlier, kept, blur), 0);
+            ASSERT_EQ(h.process(input, kept, blur), 0);
+            EXPECT_EQ(cv::norm(kept, want, cv::NORM_INF), 0) << size << " kept images";
+        }
     }
 }
 
