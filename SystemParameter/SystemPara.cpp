@@ -279,7 +279,8 @@ KeyList SystemPara::keysFor(const std::string& section) {
                 {"maxRefused", intKey(det_maxRefused)},
                 {"?angleWindow", floatKey(det_angleWindow)},
                 {"?centreFromDots", intKey(det_centreFromDots)},
-                {"?smallCodes", intKey(det_smallCodes)}};
+                {"?smallCodes", intKey(det_smallCodes)},
+                {"?fastPath", intKey(det_fastPath)}};
     }
 
     return keys;

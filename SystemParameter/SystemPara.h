@@ -133,6 +133,7 @@ public:
     float det_angleWindow = 0.f;
     int det_centreFromDots = 0;
     int det_smallCodes = 0;
+    int det_fastPath = 0;
 
     std::string paramPath;
     // YAML text held in memory; when not empty it is read instead of the file at paramPath.

@@ -152,6 +152,14 @@ void startPoint_cal::generate_pattern_simImg(double angle, float gap, cv::Mat& t
     drawTemplate(sysPara, layer, angle, gap, templ, nullptr);
 }
 
+int startPoint_cal::configured(float gap) {
+    if (initialize() < 0) return -320;
+    int half = 0;
+    for (const float g : {gap, gap - gapDelta, gap + gapDelta})
+        if (!templateHalf(layer, g, half)) return -321;
+    return 0;
+}
+
 int startPoint_cal::findStartPoint_NCC(float& gap, const cv::Mat& image, cv::Mat& templ,
                                        cv::Point& centre, double angle) {
     const int init = initialize();

@@ -17,6 +17,9 @@ public:
 
     int initialize();
     void generate_pattern_simImg(double angle, float gap, cv::Mat& templ);
+    // Whether a search at spacing `gap` can run at all, whatever the image: 0, -320 for the
+    // section, -321 for a spacing it tries that has no template.
+    int configured(float gap);
     // >= 0 success; -320 configuration, -321 template not smaller than image, -314 weak match.
     int findStartPoint_NCC(float& gap, const cv::Mat& image, cv::Mat& templ, cv::Point& centre,
                            double angle);

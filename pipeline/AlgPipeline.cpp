@@ -187,6 +187,8 @@ struct AlgPipeline::Work {
     float gap = 0.f;
     cv::Point centre;
     int weak = 0;  // -314 when the read goes on from a weak centre
+    bool fitOnly = false;   // the bits only at the grid fitted to the dots near `centre`
+    bool fitTried = false;  // the fast path found no orientation fitting the dots
     bool keepUpright = false;
 
     // A copy whose images are its own: the centre search turns them in place and the tracker
@@ -211,6 +213,14 @@ Decision AlgPipeline::decide(const FrameView& view, stages::Region reg, const Re
     Work w(view, std::move(reg));
     w.keepUpright = keepUpright;
     int status = cutRegion(w, plan, keepUpright, sink, out);
+    // A host that has every stage's images written gets them: no fast path then.
+    if (status == 0 && plan.fastPath && plan.refining && w.reg.spacing > 0.0 && isWriteImg == 0) {
+        const int fast = fastPath(w, plan, imgName, bits, count, sink, out);
+        if (fast == 0) return out;
+        // No orientation fits near the dots' middle: the read at the template's centre does not
+        // fit the grid again (a lattice of random dots would pay for two fits).
+        w.fitTried = fast == -500;
+    }
     if (status == 0) status = turnUpright(w, sink, out);
     // The state after the turn, for the tries below; only candidates whose lattice was measured.
     const double lattice = w.reg.spacing;
@@ -237,19 +247,15 @@ Decision AlgPipeline::decide(const FrameView& view, stages::Region reg, const Re
     // A steep view matches the upright template weakly: the grid is fitted to the dots from the
     // dots amid their outline instead, one after the other, and verification judges each read.
     if (status == -314 && turned && plan.refining && plan.centreFromDots > 0) {
-        const Work& w3 = turned->first;
-        std::vector<cv::Point2f> dots;
-        for (size_t i = 0; i < roiLabel.size() && 2 * i + 1 < roiCoords.size(); ++i)
-            if (w3.reg.label == -1 || roiLabel[i] == w3.reg.label)
-                dots.emplace_back(w3.frames.map(cv::Point2d(roiCoords[2 * i], roiCoords[2 * i + 1]),
-                                                w3.view.downsampled, w3.uprightFrame));
         // Under a steep view the outline's middle can lie a step or two off the centre.
+        const std::vector<cv::Point2f> dots = uprightDots(turned->first);
         for (const cv::Point2f& at : stages::centresOfDots(dots, lattice, plan.centreFromDots)) {
             if (status == 0) break;
             auto [w4, d4] = Work::detached(turned->first, turned->second);
             if (offLattice) w4.gap = static_cast<float>(lattice);
             w4.centre = cv::Point(cvRound(at.x), cvRound(at.y));
             w4.weak = -314;
+            w4.fitTried = false;  // other centres than the fast path's
             take(readBits(w4, plan, imgName, bits, count, sink, d4), d4);
         }
     }
@@ -302,13 +308,54 @@ int AlgPipeline::cutRegion(Work& w, const ReadPlan& plan, bool keepUpright, Debu
     return 0;
 }
 
-int AlgPipeline::turnUpright(Work& w, DebugSink& sink, Decision& out) {
+// The fast path starts from a dot amid the code's own dots: the centre lies a step or two away.
+const int kFastReach = 2;
+
+// The fast path: the crop turned by the cluster's own lattice rows, and the grid fitted to its
+// dots from the dot nearest the middle of their outline; verification is the only judge. No
+// angle search, no template: a refusal costs one fit, and the candidate goes the long way.
+int AlgPipeline::fastPath(const Work& from, const ReadPlan& plan, const std::string& imgName,
+                          int* bits, int count, DebugSink& sink, Decision& out) {
+    // Only under a file the full chain can run: a broken centre section is reported as the
+    // full chain reports it, whatever the frame.
+    startPoint = std::make_unique<startPoint_cal>(para.get());
+    const int configured = startPoint->configured(static_cast<float>(from.reg.spacing));
+    if (configured < 0) return configured;
     const Stamp t;
-    stages::Angle found = stages::angle(w.reg, opencv10Rot != 0, isOnlineReg == 1, para.get());
-    if (opencv10Rot) sink.legacyAngleTables(found.scores, found.peaks);
-    if (found.status < 0) return found.status;
-    w.angle = found.degrees;
-    out.result.evidence.angleScore = found.score;
+    Work w = from;  // the crops are only read
+    Decision d = out;
+    d.upright.input = out.upright.input.clone();
+    // Any turn that stands the rows upright will do: the markers tell the orientation.
+    const double rows = w.reg.upright - 60.0 * std::floor(w.reg.upright / 60.0);
+    turn(w, static_cast<int>(std::lround(rows)) % 60, sink, d, clock());
+    d.result.timings.angle = t.ms();
+    w.gap = static_cast<float>(w.reg.spacing);
+    const std::vector<cv::Point2f> middle =
+        stages::centresOfDots(uprightDots(w), w.reg.spacing, 1);
+    if (middle.empty()) return -314;
+    w.centre = cv::Point(cvRound(middle[0].x), cvRound(middle[0].y));
+    w.weak = -314;
+    w.fitOnly = true;
+    const int status = readBits(w, plan, imgName, bits, count, sink, d);
+    if (status != 0) return status;
+    out = std::move(d);
+    out.result.evidence.fastPath = true;
+    out.result.status = 0;
+    return 0;
+}
+
+// The cluster's dots in the upright frame.
+std::vector<cv::Point2f> AlgPipeline::uprightDots(const Work& w) const {
+    std::vector<cv::Point2f> dots;
+    for (size_t i = 0; i < roiLabel.size() && 2 * i + 1 < roiCoords.size(); ++i)
+        if (w.reg.label == -1 || roiLabel[i] == w.reg.label)
+            dots.emplace_back(w.frames.map(cv::Point2d(roiCoords[2 * i], roiCoords[2 * i + 1]),
+                                           w.view.downsampled, w.uprightFrame));
+    return dots;
+}
+
+void AlgPipeline::turn(Work& w, int degrees, DebugSink& sink, Decision& out, clock_t started) {
+    w.angle = degrees;
     const clock_t turned = clock();
     rotation = std::make_unique<ImageRotation>();
     rotation->rotate(w.reg.grey, w.procRot, static_cast<float>(w.angle));
@@ -316,7 +363,16 @@ int AlgPipeline::turnUpright(Work& w, DebugSink& sink, Decision& out) {
     cv::Mat& input = out.upright.input;
     if (!input.empty()) rotation->rotate(input, input, static_cast<float>(w.angle));
     w.uprightFrame = w.frames.turn(w.procRot.size(), w.angle);
-    sink.uprightTurned(w.procRot, w.binRot, w.angle, t.ticks, turned);
+    sink.uprightTurned(w.procRot, w.binRot, w.angle, started, turned);
+}
+
+int AlgPipeline::turnUpright(Work& w, DebugSink& sink, Decision& out) {
+    const Stamp t;
+    stages::Angle found = stages::angle(w.reg, opencv10Rot != 0, isOnlineReg == 1, para.get());
+    if (opencv10Rot) sink.legacyAngleTables(found.scores, found.peaks);
+    if (found.status < 0) return found.status;
+    out.result.evidence.angleScore = found.score;
+    turn(w, found.degrees, sink, out, t.ticks);
     out.result.timings.angle = t.ms();
 
     // A non-positive spacing never reaches the template search.
@@ -447,9 +503,14 @@ int AlgPipeline::readBits(Work& w, const ReadPlan& plan, const std::string& imgN
     qbcode::Result& result = out.result;
     const Stamp t;
     if (w.keepUpright) out.upright.grey = w.procRot.clone();  // the tracker binarises procRot
-    stages::Decoded decoded = stages::decode(w.procRot, w.binRot, w.gap, w.centre, layer,
-                                             doQualityCheck != 0, para.get(), imgName);
-    if (decoded.status < 0 && !plan.refining) return decoded.status;
+    stages::Decoded decoded;
+    if (w.fitOnly) {
+        decoded.status = w.weak;
+    } else {
+        decoded = stages::decode(w.procRot, w.binRot, w.gap, w.centre, layer,
+                                 doQualityCheck != 0, para.get(), imgName);
+        if (decoded.status < 0 && !plan.refining) return decoded.status;
+    }
     result.timings.decode = t.ms();
 
     const Stamp v;
@@ -465,10 +526,11 @@ int AlgPipeline::readBits(Work& w, const ReadPlan& plan, const std::string& imgN
     // A failure reports what the read without refinement would have said.
     int failure = w.weak < 0 ? w.weak : decoded.status < 0 ? decoded.status : verified.status;
     if (w.weak < 0 && decoded.status == 0 && verified.status == 0) failure = 0;
-    if (failure < 0 && plan.refining) {
+    if (failure < 0 && plan.refining && !w.fitTried) {
         stages::Decoded fitted = stages::refine(
             w.procRot, stages::centroidsIn(pre, w.frames, downsampled, w.uprightFrame), w.gap,
-            w.centre, layer, para.get());
+            w.centre, layer, para.get(), w.fitOnly ? kFastReach : 5);
+        if (w.fitOnly && fitted.status < 0) return fitted.status;
         if (fitted.status == 0) {
             const stages::Verified again = verify(fitted);
             if (again.status == 0 || decoded.status < 0) {

@@ -123,6 +123,10 @@ private:
     struct Work;
     int cutRegion(Work& w, const ReadPlan& plan, bool keepUpright, DebugSink& sink, Decision& out);
     int turnUpright(Work& w, DebugSink& sink, Decision& out);
+    void turn(Work& w, int degrees, DebugSink& sink, Decision& out, clock_t started);
+    std::vector<cv::Point2f> uprightDots(const Work& w) const;
+    int fastPath(const Work& w, const ReadPlan& plan, const std::string& imgName, int* bits,
+                 int count, DebugSink& sink, Decision& out);
     int findCentre(Work& w, const ReadPlan& plan, DebugSink& sink, Decision& out);
     int readBits(Work& w, const ReadPlan& plan, const std::string& imgName, int* bits, int count,
                  DebugSink& sink, Decision& out);

@@ -440,6 +440,7 @@ ReadPlan ReadPlan::from(SystemPara& record) {
         plan.angleWindow = std::clamp(static_cast<double>(record.det_angleWindow), 0.0, 30.0);
         plan.centreFromDots = static_cast<size_t>(std::clamp(record.det_centreFromDots, 0, 19));
         plan.smallCodes = record.det_smallCodes != 0;
+        plan.fastPath = record.det_fastPath != 0;
     }
     return plan;
 }

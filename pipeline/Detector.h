@@ -38,6 +38,7 @@ struct ReadPlan {
     // A frame whose blobs were too few to count, where they lie close together, is prepared
     // once more there at full resolution: the downsampling merged the dots of a small code.
     bool smallCodes = false;
+    bool fastPath = false;  // each candidate first read from its dots alone
     // Limits of one frame: views prepared, clusters looked at per view, and candidates refused
     // in a row after the angle search before the frame is given up.
     int maxViews = 6;

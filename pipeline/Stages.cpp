@@ -433,7 +433,7 @@ std::vector<cv::Point2f> centresOfDots(const std::vector<cv::Point2f>& dots, dou
 }
 
 Decoded refine(const cv::Mat& greyUpright, const std::vector<cv::Point2d>& centroids, float gap,
-               cv::Point centre, int layer, SystemPara* para) {
+               cv::Point centre, int layer, SystemPara* para, int reach) {
     Decoded out;
     out.status = -500;
     Hexagon_Dots_tracking tracker(para, static_cast<double>(gap), centre.x, centre.y, layer, 255.0);
@@ -455,6 +455,7 @@ Decoded refine(const cv::Mat& greyUpright, const std::vector<cv::Point2d>& centr
     if (!greyUpright.empty() && greyUpright.type() == CV_8UC1)
         cv::threshold(greyUpright, in.binary, 60.0, 255.0, cv::THRESH_BINARY);
     Grid_refinement refinement;
+    refinement.centreReach = reach;
     Grid_refinement::Output fitted;
     if (!refinement.Run(in, tracker, fitted)) return out;
 

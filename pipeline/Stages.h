@@ -144,9 +144,10 @@ std::vector<cv::Point2d> centroidsIn(const Preprocessed& pre, const FrameChain& 
                                      int downsampled, int frame);
 
 // The grid fitted to the detected dots (affine, then a homography) and sampled again; for
-// tilted prints and centres a grid step off. Status -500 when no fit has its markers.
+// tilted prints and centres a grid step off. Status -500 when no fit has its markers. The
+// centre is looked for within `reach` lattice steps of `centre`.
 Decoded refine(const cv::Mat& greyUpright, const std::vector<cv::Point2d>& centroids, float gap,
-               cv::Point centre, int layer, SystemPara* para);
+               cv::Point centre, int layer, SystemPara* para, int reach = 5);
 
 struct Verified {
     int status = 0;

@@ -62,7 +62,7 @@ class Result:
         dots_matched, dots_missing, dots_unexplained, residual, correlation, marker_ratio."""
     @property
     def how(self) -> Dict[str, Union[bool, int, float]]:
-        """tries, candidates, decisions, ratio, dark_dots, refined."""
+        """tries, candidates, decisions, ratio, dark_dots, refined, fast_path."""
     @property
     def timings(self) -> Dict[str, float]:
         """Milliseconds: preprocess, region, angle, spacing, centre, decode, verify, total."""

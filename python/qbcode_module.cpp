@@ -84,6 +84,7 @@ py::dict howOf(const qbcode::Result& r) {
     d["ratio"] = r.evidence.ratio;
     d["dark_dots"] = r.evidence.darkDots;
     d["refined"] = r.evidence.refined;
+    d["fast_path"] = r.evidence.fastPath;
     return d;
 }
 

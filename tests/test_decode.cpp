@@ -68,7 +68,9 @@ TEST_P(Decode, BitsBoxAndGeometryInInputPixels) {
         }
         EXPECT_LT(nearest, 1.0) << corner.x << ", " << corner.y;
     }
-    EXPECT_GE(r.evidence.correlation, 0.3);
+    // Read from the dots alone: no template was matched.
+    EXPECT_TRUE(r.evidence.fastPath);
+    EXPECT_EQ(r.evidence.correlation, 0.0);
     EXPECT_EQ(r.evidence.fill.size(), bits.size());
     EXPECT_GE(r.evidence.markerRatio, 2.0);
 }

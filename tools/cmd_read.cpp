@@ -120,7 +120,8 @@ void printCodeJson(const qbcode::Result& q, bool timed, const double* ms) {
               << ", \"candidates\": " << q.evidence.candidates
               << ", \"decisions\": " << q.evidence.decisions << ", \"ratio\": " << q.evidence.ratio
               << ", \"dark_dots\": " << (q.evidence.darkDots ? "true" : "false")
-              << ", \"refined\": " << (q.evidence.refined ? "true" : "false") << "}";
+              << ", \"refined\": " << (q.evidence.refined ? "true" : "false")
+              << ", \"fast_path\": " << (q.evidence.fastPath ? "true" : "false") << "}";
     if (ms != nullptr) std::cout << ", \"ms\": " << *ms;
     if (timed) {
         const qbcode::Timings& t = q.timings;

@@ -189,7 +189,7 @@ bool Grid_refinement::Run(const Input& in, Dots_tracking& sampler, Output& out) 
                          [](const auto& l, const auto& r) { return l.first > r.first; });
     };
     for (int round = 0; round < 3; ++round) {
-        score(round == 0 ? 5 : 2);
+        score(round == 0 ? std::max(centreReach, 2) : 2);
         const cv::Point2d best = shifts.front().second;
         if (round > 0 && best == cv::Point2d(0, 0)) break;
         fit = fit * cv::Matx33d(1, 0, best.x, 0, 1, best.y, 0, 0, 1);

@@ -33,6 +33,8 @@ public:
     double innerRadius = 0.35;
     static constexpr int kMaxLayer = 8;
     std::vector<double> radii{0.4, 0.33, 0.25};
+    // Lattice steps from the start within which the first round looks for the centre.
+    int centreReach = 5;
 
     // Tries the voted translation and its six lattice neighbours; keeps the one whose markers
     // fit at exactly one orientation and which covers the most dots. False when none does.
