@@ -188,16 +188,18 @@ bool Grid_refinement::Run(const Input& in, Dots_tracking& sampler, Output& out) 
         std::stable_sort(shifts.begin(), shifts.end(),
                          [](const auto& l, const auto& r) { return l.first > r.first; });
     };
-    for (int round = 0; round < 3; ++round) {
+    bool settled = false;  // the last scores are those of the final fit
+    for (int round = 0; round < 3 && !settled; ++round) {
         score(round == 0 ? std::max(centreReach, 2) : 2);
         const cv::Point2d best = shifts.front().second;
-        if (round > 0 && best == cv::Point2d(0, 0)) break;
+        settled = round > 0 && best == cv::Point2d(0, 0);
+        if (settled) break;
         fit = fit * cv::Matx33d(1, 0, best.x, 0, 1, best.y, 0, 0, 1);
         predict(fit, {0, 0});
         grow();
         refit();
     }
-    score(2);
+    if (!settled) score(2);
 
     // The best-covering centres are read until one has its markers at one orientation; two such
     // centres covering as many dots leave it open.
