@@ -131,6 +131,8 @@ int ImageProcessPipeline::process(cv::Mat& input, cv::Mat& processed, cv::Mat& b
     Threshold = Sensitivity == 0 ? 24.0 : Sensitivity == 1 ? 15.0 : 8.0;
     imgBinary.setPars(255.0f, Threshold);
     r = imgBinary.grayimg_normal(logImg);
+    // Buffers not kept for another frame go before the blobs are traced.
+    if (kept != nullptr && !kept->keep) kept->release();
     if (r < 0) return r;
     logImg.copyTo(processed);
 

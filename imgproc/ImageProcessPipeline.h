@@ -36,7 +36,13 @@ public:
     // The chain's float images, kept by a reader between frames: a fresh image of a frame's
     // size is mapped anew and costs a page fault per 4 KB.
     struct Buffers {
+        bool keep = true;  // false: released once the LoG's output is normalised
         cv::Mat smooth, response, blur;
+        void release() {
+            smooth.release();
+            response.release();
+            blur.release();
+        }
     };
     Buffers* buffers = nullptr;  // none: every image is the chain's own
 

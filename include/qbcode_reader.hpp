@@ -78,9 +78,7 @@ struct Evidence {
     double correlation = 0.0;    // best template correlation of the centre search (0..1)
     bool recalibrated = false;   // the centre was found after the extra 30-degree turn
     bool refined = false;        // the bits were read at the grid fitted to the detected dots
-    // Read by the fast path: the crop turned by the cluster's lattice rows and the grid fitted
-    // to its dots, with no angle or template search; false for the full chain.
-    bool fastPath = false;
+    bool fastPath = false;       // read from the cluster's dots alone, no angle or centre search
     bool darkDots = false;       // the read took the dots as dark on a light ground
     int tries = 1;               // views of the frame prepared (polarity, downsampling ratio)
     int candidates = 0;          // clusters looked at

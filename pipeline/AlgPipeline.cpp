@@ -157,7 +157,12 @@ FrameView AlgPipeline::prepare(const cv::Mat& image, bool dark, double ratio,
     preprocess = std::make_unique<ImageProcessPipeline>(para.get());
     preprocess->imgName = imgName;
     preprocess->buffers = &prepBuffers;
+    prepBuffers.keep = frames >= 2;
     view.pre = stages::preprocess(*preprocess, input, ratio);
+    if (!prepBuffers.keep) {
+        prepBuffers.release();
+        invertedFrame.release();
+    }
     view.status = view.pre.status;
     if (view.status < 0) {
         sink.preprocessFailed(view.status);
@@ -186,7 +191,7 @@ struct AlgPipeline::Work {
     int angle = 0;
     float gap = 0.f;
     cv::Point centre;
-    int weak = 0;  // -314 when the read goes on from a weak centre
+    int weak = 0;           // -314 when the read goes on from a weak centre
     bool fitOnly = false;   // the bits only at the grid fitted to the dots near `centre`
     bool fitTried = false;  // the fast path found no orientation fitting the dots
     bool keepUpright = false;
@@ -330,8 +335,7 @@ int AlgPipeline::fastPath(const Work& from, const ReadPlan& plan, const std::str
     turn(w, static_cast<int>(std::lround(rows)) % 60, sink, d, clock());
     d.result.timings.angle = t.ms();
     w.gap = static_cast<float>(w.reg.spacing);
-    const std::vector<cv::Point2f> middle =
-        stages::centresOfDots(uprightDots(w), w.reg.spacing, 1);
+    const std::vector<cv::Point2f> middle = stages::centresOfDots(uprightDots(w), w.reg.spacing, 1);
     if (middle.empty()) return -314;
     w.centre = cv::Point(cvRound(middle[0].x), cvRound(middle[0].y));
     w.weak = -314;
@@ -507,8 +511,8 @@ int AlgPipeline::readBits(Work& w, const ReadPlan& plan, const std::string& imgN
     if (w.fitOnly) {
         decoded.status = w.weak;
     } else {
-        decoded = stages::decode(w.procRot, w.binRot, w.gap, w.centre, layer,
-                                 doQualityCheck != 0, para.get(), imgName);
+        decoded = stages::decode(w.procRot, w.binRot, w.gap, w.centre, layer, doQualityCheck != 0,
+                                 para.get(), imgName);
         if (decoded.status < 0 && !plan.refining) return decoded.status;
     }
     result.timings.decode = t.ms();

@@ -107,9 +107,11 @@ public:
     int dotsNum = 1;
     std::unique_ptr<SystemPara> para;
     std::unique_ptr<ImageProcessPipeline> preprocess;
-    // Kept between the views and frames of a reader.
+    // Kept between the views and frames of a reader from its second frame on: a call that reads
+    // one frame does not hold them through its decisions.
     ImageProcessPipeline::Buffers prepBuffers;
     cv::Mat invertedFrame;
+    int frames = 0;  // frames this engine has begun to read
     std::unique_ptr<ImageRotation> rotation;
     std::unique_ptr<startPoint_cal> startPoint;
     std::unique_ptr<WriteData> writer;

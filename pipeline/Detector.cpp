@@ -455,6 +455,7 @@ Detection detect(AlgPipeline& engine, const ReadPlan& plan, const cv::Mat& image
         out.failure.ratio = plan.ratio;
         return out;
     }
+    ++engine.frames;
     Views views(engine, plan, image, request);
     Detection out = plan.detection ? detectCandidates(engine, plan, views, request)
                                    : detectLegacy(engine, plan, views, request);
