@@ -326,6 +326,7 @@ int AlgPipeline::fastPath(const Work& from, const ReadPlan& plan, const std::str
     startPoint = std::make_unique<startPoint_cal>(para.get());
     const int configured = startPoint->configured(static_cast<float>(from.reg.spacing));
     if (configured < 0) return configured;
+    if (!std::isfinite(from.reg.upright)) return -314;
     const Stamp t;
     Work w = from;  // the crops are only read
     Decision d = out;

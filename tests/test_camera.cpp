@@ -1,5 +1,6 @@
 // What the shipped "Camera" section does with what ordinary cameras show: either polarity, large
 // dots and tilted prints are read in one try where they can be, and exactly.
+#include <cmath>
 #include <string>
 #include <vector>
 
@@ -90,6 +91,39 @@ TEST(SmallCodes, ReadFromPartOfTheFrameAtFullResolution) {
     const auto without =
         qbcode::ReaderOptions::fromYaml(testsupport::paramsWith("Detection", "smallCodes", "0"));
     EXPECT_EQ(qbcode::read(view, without).status, QBCODE_BLOB_COUNT);
+}
+
+// The fast path reads what the full chain reads: the same bits and box, and the centre and
+// corners within a fraction of a spacing, over turns, tilts and both polarities.
+TEST(FastPath, ReadsWhatTheFullChainReads) {
+    const auto full =
+        qbcode::ReaderOptions::fromYaml(testsupport::paramsWith("Detection", "fastPath", "0"));
+    const qbcode::ReaderOptions fast;
+    int fastReads = 0;
+    for (int k = 0; k < 8; ++k) {
+        const std::vector<int> bits = qbrender::randomBits(40 + k);
+        qbrender::CodeStyle style;
+        style.spacing = 18.0 + k;
+        style.dotDiameter = 0.6 * style.spacing;
+        style.rotationDeg = 17.0 + 41.0 * k;
+        qbrender::CameraOptions camera;
+        camera.tiltDeg = 6.0 * (k % 4);
+        camera.tiltAxisDeg = 20.0 * k;
+        camera.blurSigma = 0.8;
+        camera.noiseSigma = 3.0;
+        cv::Mat img = qbrender::renderCamera(bits, style, camera);
+        if (k % 2) img = 255 - img;
+        const qbcode::ImageView view(img.data, img.rows, img.cols);
+        const qbcode::Result a = qbcode::read(view, full), b = qbcode::read(view, fast);
+        ASSERT_EQ(a.status, 0) << k << " " << a.statusName();
+        ASSERT_EQ(b.status, 0) << k << " " << b.statusName();
+        EXPECT_FALSE(a.evidence.fastPath);
+        fastReads += b.evidence.fastPath;
+        EXPECT_EQ(b.bits, a.bits) << k;
+        EXPECT_EQ(b.box, a.box) << k;
+        EXPECT_LT(std::hypot(b.centre.x - a.centre.x, b.centre.y - a.centre.y), 0.25 * a.spacing);
+    }
+    EXPECT_GE(fastReads, 6);
 }
 
 }  // namespace
