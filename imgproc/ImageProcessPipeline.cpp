@@ -93,17 +93,19 @@ int ImageProcessPipeline::process(cv::Mat& input, cv::Mat& processed, cv::Mat& b
         std::cout << "denoise... " << std::endl;
     }
 
-    // The float images go into the reader's buffers unless they are written out later.
-    Buffers* kept = writeImg ? nullptr : buffers;
+    // The float images share three buffers (the reader's, or the chain's own for this frame)
+    // unless they are written out later, which needs each of them apart.
+    Buffers own;
+    own.keep = false;
+    Buffers* shared = writeImg ? nullptr : buffers != nullptr ? buffers : &own;
     hessianProc.setScale(HessianScale);
-    if (kept != nullptr) {
-        smoothImg.convertTo(kept->smooth, CV_32F);
+    if (shared != nullptr) {
+        smoothImg.convertTo(shared->smooth, CV_32F);
         smoothImg.release();
-        r = hessianProc.process(kept->smooth, kept->response, kept->blur);
-        hessianImg = kept->response;
+        r = hessianProc.process(shared->smooth, shared->response, shared->blur);
+        hessianImg = shared->response;
     } else {
         r = hessianProc.process(smoothImg, hessianImg);
-        if (!writeImg) smoothImg.release();  // only written later
     }
     if (r < 0) return r;
     clear_inf(hessianImg);
@@ -111,11 +113,11 @@ int ImageProcessPipeline::process(cv::Mat& input, cv::Mat& processed, cv::Mat& b
     if (showImg) debugShow("Hessian img", hessianImg, 0);
 
     logFilter.setSigma(LogScale);
-    if (kept != nullptr) {
+    if (shared != nullptr) {
         // The smoothed image and the blur are done with: they take the LoG's passes.
         hessianImg.release();
-        r = logFilter.process(kept->response, kept->smooth, kept->blur);
-        logImg = kept->smooth;
+        r = logFilter.process(shared->response, shared->smooth, shared->blur);
+        logImg = shared->smooth;
     } else {
         r = logFilter.process(hessianImg, logImg);
     }
@@ -131,8 +133,8 @@ int ImageProcessPipeline::process(cv::Mat& input, cv::Mat& processed, cv::Mat& b
     Threshold = Sensitivity == 0 ? 24.0 : Sensitivity == 1 ? 15.0 : 8.0;
     imgBinary.setPars(255.0f, Threshold);
     r = imgBinary.grayimg_normal(logImg);
-    // Buffers not kept for another frame go before the blobs are traced.
-    if (kept != nullptr && !kept->keep) kept->release();
+    // Buffers not shared for another frame go before the blobs are traced.
+    if (shared != nullptr && !shared->keep) shared->release();
     if (r < 0) return r;
     logImg.copyTo(processed);
 
